@@ -1,0 +1,110 @@
+// A board that the receiver can run on without hardware: a directory that stands for the few
+// absolute places it touches, the kernel's side of gadgetfs, and the USB host behind it.
+//
+// The receiver runs unmodified with environment() around it: a preloaded library sends its gadgetfs
+// files here over a Unix socket, and stand-ins for the shell commands stand first in its PATH. One
+// receiver at a time. The functions may be called from any thread; a thread of the board's own
+// serves the receiver.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+using Bytes = std::vector<std::uint8_t>;
+using Milliseconds = std::chrono::milliseconds;
+
+struct SimulatedBoardOptions {
+    std::string root;  // directory of the run; empty: a new one under /tmp, removed at the end
+    std::string board_model = "Raspberry Pi 4 Model B Rev 1.4";
+    std::string controller = "fe980000.usb";
+    bool with_run_directory = true;  // whether /run/vantarel exists
+};
+
+// As gadgetfs reports it in a connect event (the kernel's usb_device_speed).
+enum class UsbSpeed : std::uint32_t { kUnknown = 0, kLow = 1, kFull = 2, kHigh = 3 };
+
+// USB 2.0, 9.3. Multi-byte fields little-endian on the wire.
+struct SetupPacket {
+    std::uint8_t request_type;
+    std::uint8_t request;
+    std::uint16_t value;
+    std::uint16_t index;
+    std::uint16_t length;
+};
+
+enum class ControlStatus { kAcknowledged, kStalled, kTimedOut };
+
+struct ControlResult {
+    ControlStatus status = ControlStatus::kTimedOut;
+    Bytes data;  // data stage of a device-to-host request, cut to its wLength
+};
+
+class SimulatedBoard {
+  public:
+    explicit SimulatedBoard(SimulatedBoardOptions options = {});
+    ~SimulatedBoard();
+    SimulatedBoard(const SimulatedBoard&) = delete;
+    SimulatedBoard& operator=(const SimulatedBoard&) = delete;
+
+    const std::string& root() const;
+    // Path under root of an absolute place, e.g. "/run/vantarel/video_width".
+    std::string path(const std::string& place) const;
+    // "NAME=value" texts that a receiver process needs on top of its environment.
+    std::vector<std::string> environment() const;
+    // Command lines that met a stand-in, oldest first, e.g. "modprobe gadgetfs".
+    std::vector<std::string> shell_commands() const;
+
+    // -- the kernel's side ----------------------------------------------------------------------
+    // Waits until the process has written an accepted device description.
+    bool wait_for_device(Milliseconds timeout);
+    // The description as written: tag, descriptor lists, device descriptor.
+    Bytes device_description() const;
+    // The configuration record that was written to an endpoint file (18 or 11 bytes); empty while
+    // it is not open.
+    Bytes endpoint_record(const std::string& file) const;
+    int clear_halt_count(const std::string& file) const;
+    // The next read of the control file returns this instead of what the kernel would say.
+    void inject_control_read(Bytes bytes);
+    void inject_control_error(int error_number);
+    // Sends bytes of a device-to-host reply exactly as the process wrote them (before the cut to
+    // wLength): the last such write.
+    Bytes last_control_write() const;
+
+    // -- the USB host's side --------------------------------------------------------------------
+    void connect(UsbSpeed speed = UsbSpeed::kHigh);  // queues the connect event
+    void disconnect();  // queues the disconnect event; pending bulk transfers fail
+    void reset();       // disconnect and connect at the same speed
+    void suspend();
+    ControlResult control(const SetupPacket& setup, Bytes data_out = {},
+                          Milliseconds timeout = Milliseconds(5000));
+    // connect() at the speed, then SET_CONFIGURATION 2 alone; true once it is acknowledged.
+    bool configure(UsbSpeed speed = UsbSpeed::kHigh);
+    // What a Linux host does: connect, disconnect, connect, strings 0, 45, 25, 101,
+    // SET_CONFIGURATION 2, string 250 twice. True when all was answered.
+    bool enumerate(UsbSpeed speed = UsbSpeed::kHigh);
+
+    // Bulk OUT: the bytes cut into transfers of at most `transfer` (1..512) bytes. Blocks while the
+    // device does not take them; false when the endpoint is closed or the time is up.
+    bool bulk_out(std::span<const std::uint8_t> bytes, std::size_t transfer = 512,
+                  Milliseconds timeout = Milliseconds(10000));
+    // One transfer of no bytes.
+    bool bulk_out_empty();
+    // The device's pending (or next) bulk OUT read fails with this errno.
+    void fail_bulk_out(int error_number);
+    // Waits until the process holds both bulk endpoints open.
+    bool wait_for_endpoints(Milliseconds timeout);
+
+    // Bulk IN: every transfer that the device has sent, oldest first, each as one packet.
+    std::vector<Bytes> bulk_in() const;
+    // Waits for the transfer of that index; nullopt when the time is up.
+    std::optional<Bytes> wait_for_bulk_in(std::size_t index, Milliseconds timeout);
+
+  private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};

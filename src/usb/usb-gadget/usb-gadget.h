@@ -44,7 +44,8 @@ struct UsbGadgetDeviceConfig {
 struct UsbGadgetHandle;
 
 // One opened gadgetfs file. Written on the event thread, except that the thread that transfers may
-// close its endpoint.
+// close its endpoint while no event is handled. Another thread that still sends on it then sees the
+// fd of -1, or fails in the kernel.
 struct UsbGadgetEndpoint {
     char* name;                       // file name under /dev/gadget, owned; null once closed
     const UsbDescriptor* full_speed;  // endpoint descriptor, borrowed
@@ -83,6 +84,8 @@ struct UsbGadgetHandle {
     UsbGadgetEndpoint* ep0;  // the control endpoint; null once closed
     const UsbGadgetDeviceConfig* config;
     UsbGadgetEndpoint endpoints;  // head of the ring of opened endpoints, newest first
+    UsbGadgetEndpoint* closed;    // records of closed ones, linked by next: kept allocated, since a
+                                  // thread that transfers may still hold one
     UsbGadgetEventCallback event_cb;
     void* event_argument;
     int debug_level;
@@ -115,11 +118,13 @@ ssize_t usb_gadget_handle_event(UsbGadgetHandle* handle);
 UsbGadgetEndpoint* usb_gadget_endpoint(UsbGadgetHandle* handle, int number);
 
 // One transfer of at most one packet of the current speed. Bytes moved, or -1 (errno EINVAL for a
-// closed endpoint or too long a transfer, else the kernel's). They block as the file does; the
-// timeout is not used.
+// closed endpoint, too long a transfer or the control endpoint, else the kernel's). They block as
+// the file does; the timeout is not used.
 ssize_t usb_gadget_endpoint_write(UsbGadgetEndpoint* endpoint, const void* buffer,
                                   std::size_t length, int timeout_ms);
 ssize_t usb_gadget_endpoint_read(UsbGadgetEndpoint* endpoint, void* buffer, std::size_t length,
                                  int timeout_ms);
 
+// The record stays allocated; closing it again does nothing. A null endpoint is an assertion
+// failure.
 void usb_gadget_endpoint_close(UsbGadgetEndpoint* endpoint);

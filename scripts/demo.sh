@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# Shows the receiver at work without a camera: scripts/demo.sh [--seconds N] [--output FILE]
+# A simulated camera plays a freshly encoded 1080p clip into the receiver; another process reads
+# the video back from shared memory and writes it to FILE (demo-video.h264), which any player opens.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+# shellcheck source=scripts/lib/packages.sh
+. scripts/lib/packages.sh
+
+seconds=20
+output=demo-video.h264
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --seconds) seconds=${2:?--seconds needs a number}; shift 2 ;;
+        --output) output=${2:?--output needs a file}; shift 2 ;;
+        *) sed -n '2,4s/^# //p' "$0"; exit 2 ;;
+    esac
+done
+case "$seconds" in
+    '' | *[!0-9]* | 0) echo "--seconds takes a whole number above 0" >&2; exit 2 ;;
+esac
+
+model=$(tr -d '\0' 2>/dev/null </sys/firmware/devicetree/base/model || true)
+case "$model" in
+    *"Raspberry Pi 3 Model A"* | *"Raspberry Pi 4 Model B"*)
+        cat <<TEXT
+This is a $model: it can run the real thing.
+    cmake --preset release && cmake --build --preset release
+    sudo build/release/camera-usb-receiver --verbose
+Plug the camera's handle into the board's device port; see README.md, "On a Raspberry Pi".
+TEXT
+        exit 0
+        ;;
+esac
+if pgrep -x camera-usb-rece >/dev/null; then
+    echo "A receiver runs on this machine already; the demo would take its shared memory." >&2
+    exit 1
+fi
+
+need_packages "${build_packages[@]}" "${video_packages[@]}" procps
+cmake --preset release >/dev/null
+cmake --build --preset release
+
+clip=build/clips/demo-$seconds.h264
+frames=$((seconds * 30))
+echo "Encoding $seconds seconds of 1080p video"
+scripts/make-clip.sh "$clip" 1920x1080 "$frames" 4 "bitrate=12000:vbv-maxrate=12000:vbv-bufsize=12000"
+
+run=$(mktemp -d /tmp/receiver-demo.XXXXXX)
+rm -f /dev/shm/vantarel_framebuffer /dev/shm/vantarel_framebuffer_transcoding
+camera=
+finish() {
+    trap - EXIT INT TERM
+    if [ -n "$camera" ]; then
+        kill "$camera" 2>/dev/null || true
+        wait "$camera" 2>/dev/null || true
+    fi
+    rm -rf "$run"
+    rm -f /dev/shm/vantarel_framebuffer /dev/shm/vantarel_framebuffer_transcoding
+}
+trap finish EXIT
+trap 'echo; echo "Stopped"; exit 130' INT TERM
+
+# The camera starts the receiver on its board. The receiver's own lines go to standard error.
+build/release/simulator/camera-simulator --root "$run" --h264 "$clip" --pace realtime \
+    --packets-every 2 --enumerate short -- build/release/camera-usb-receiver --verbose \
+    > >(sed -u 's/^/camera   | /') 2> >(sed -u 's/^/receiver | /') &
+camera=$!
+
+recorder_status=0
+build/release/simulator/video-ring-recorder --output "$output" --run-directory "$run/run/vantarel" \
+    --idle 2 --seconds $((seconds + 30)) || recorder_status=$?
+
+echo
+echo "The clip has $frames frames; the file has $(ffprobe -v error -count_frames -show_entries \
+    stream=nb_read_frames -of csv=p=0 -f h264 "$output" | tr -d ',') frames, $(stat -c %s "$output") bytes."
+if [ "$recorder_status" -ne 0 ] || ! cmp "$clip" "$output"; then
+    echo "The video that came back is not the clip." >&2
+    exit 1
+fi
+echo "It is the clip, bit for bit: play it with  ffplay $output"

@@ -1,0 +1,34 @@
+# shellcheck shell=bash disable=SC2034  # the lists are for the scripts that source this
+# Sourced by the scripts: installs the Debian packages that are missing, and says so.
+
+# need_packages PACKAGE...
+need_packages() {
+    local missing=() package
+    for package in "$@"; do
+        # "installed" at the end of the status: a removed package whose settings stay does not count.
+        case "$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null)" in
+            *" installed") ;;
+            *) missing+=("$package") ;;
+        esac
+    done
+    [ "${#missing[@]}" -gt 0 ] || return 0
+
+    echo "Installing what is missing: ${missing[*]}"
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! command -v sudo >/dev/null; then
+            echo "This needs root, and there is no sudo: apt-get install ${missing[*]}" >&2
+            return 1
+        fi
+        as_root=(sudo)
+    fi
+    "${as_root[@]}" apt-get update -qq
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# What the program is built from, what the tests need on top, and what only the checks use.
+build_packages=(g++ cmake ninja-build pkg-config libcjson-dev libinih-dev)
+video_packages=(ffmpeg)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev)
+lint_packages=(clang clang-format clang-tidy shellcheck)

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Format, lint and the second compiler's warnings: scripts/lint.sh. Changes nothing.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+# shellcheck source=scripts/lib/packages.sh
+. scripts/lib/packages.sh
+need_packages "${build_packages[@]}" "${test_packages[@]}" "${lint_packages[@]}" git
+
+step() { printf '\n== %s (%s s)\n' "$1" "$SECONDS"; }
+
+step "Format"
+git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
+
+step "Shell scripts"
+{ git ls-files '*.sh'; echo .ci/run; } | xargs shellcheck -x
+
+step "clang, warnings as errors"
+cmake --preset clang >/dev/null
+cmake --build --preset clang
+
+step "clang-tidy"
+tidy_one() {
+    # Standard error only counts the warnings of system headers; findings are on standard output.
+    clang-tidy -p build/clang --quiet "$1" 2>/dev/null || { echo "clang-tidy: $1"; return 1; }
+}
+export -f tidy_one
+git ls-files '*.cpp' | xargs -P "$(nproc)" -I{} bash -c 'tidy_one {}'

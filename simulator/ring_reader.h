@@ -1,0 +1,42 @@
+// Reads the receiver's video ring as the main application does: from another process, without a
+// lock, following the writer by sequence numbers. Thread-bound to its owner.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+class RingReader {
+  public:
+    // Called with each part, in order. The bytes are a copy that was checked after it was taken.
+    using PartHandler =
+        std::function<void(std::uint16_t sequence, std::span<const std::uint8_t> bytes)>;
+
+    RingReader() = default;
+    ~RingReader();
+    RingReader(const RingReader&) = delete;
+    RingReader& operator=(const RingReader&) = delete;
+
+    // Maps the ring read-only. False while there is none of the right size.
+    bool open(const std::string& name = "vantarel_framebuffer");
+
+    // Hands on what has been published since the last call. A writer that starts again (it asks for
+    // a clear) takes the reader back to the first part.
+    void take(const PartHandler& handler);
+
+    // Parts that were overwritten before they could be taken.
+    std::size_t missed() const { return missed_; }
+
+  private:
+    std::uint16_t word(std::size_t offset) const;
+    bool holds(std::size_t slot, std::uint16_t sequence) const;
+
+    const std::uint8_t* ring_ = nullptr;
+    std::vector<std::uint8_t> copy_;
+    std::size_t slot_ = 0;
+    std::uint16_t sequence_ = 0;
+    std::size_t missed_ = 0;
+};

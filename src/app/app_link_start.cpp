@@ -1,0 +1,43 @@
+#include "app/app_link_start.h"
+
+#include <pthread.h>
+#include <stdio.h>
+
+#include "link/app_link.h"
+#include "link/telemetry_thread.h"
+
+namespace {
+
+constexpr std::uint16_t kRxBufferSize = 10000;
+constexpr std::uint16_t kAnyPort = 0;
+constexpr std::uint32_t kPresenceTimeoutMs = 1000;
+
+// One byte longer than what is offered to the channel: a datagram that fills the buffer is still
+// followed by a NUL byte, so that a reader of text cannot run out of it.
+std::uint8_t rx_buffer[kRxBufferSize + 1];
+
+void report_found() {
+    fprintf(stderr, "Main application found\n");
+}
+
+void report_lost() {
+    fprintf(stderr, "Main application lost\n");
+}
+
+}  // namespace
+
+int app_link_start(const char* dst_host, std::int32_t dst_port) {
+    telemetry_set_destination(dst_host, dst_port);
+
+    app_link_set_buffer(rx_buffer, kRxBufferSize);
+    app_link_set_found_callback(report_found);
+    app_link_set_lost_callback(report_lost);
+    if (app_link_open(kAnyPort, kPresenceTimeoutMs, true) != 0) {
+        return -1;
+    }
+
+    // The video needs no telemetry: a system without a thread to spare goes on without it.
+    pthread_t telemetry;
+    pthread_create(&telemetry, nullptr, telemetry_thread, nullptr);
+    return 0;
+}

@@ -1,0 +1,3 @@
+#include "protocol/camera_state.h"
+
+CameraState camera_state;

@@ -1,0 +1,112 @@
+#include "tests/e2e/e2e_support.h"
+
+#include <arpa/inet.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace {
+
+void remove_shared_memory() {
+    shm_unlink("vantarel_framebuffer");
+    shm_unlink("vantarel_framebuffer_transcoding");
+}
+
+sockaddr_in address(const std::string& host, std::uint16_t port) {
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    inet_aton(host.c_str(), &result.sin_addr);
+    return result;
+}
+
+}  // namespace
+
+ReceiverTest::ReceiverTest() {
+    remove_shared_memory();
+}
+
+ReceiverTest::~ReceiverTest() {
+    receiver.reset();
+    board.reset();
+    remove_shared_memory();
+}
+
+SimulatedBoard& ReceiverTest::make_board(SimulatedBoardOptions options) {
+    board = std::make_unique<SimulatedBoard>(std::move(options));
+    return *board;
+}
+
+void ReceiverTest::start_on_board(const std::vector<std::string>& arguments) {
+    receiver = std::make_unique<ReceiverProcess>(arguments, board->environment());
+}
+
+void ReceiverTest::start(const std::vector<std::string>& arguments, SimulatedBoardOptions options) {
+    make_board(std::move(options));
+    start_on_board(arguments);
+}
+
+void ReceiverTest::start_configured(const std::vector<std::string>& arguments) {
+    start(arguments);
+    ASSERT_TRUE(board->wait_for_device(10s)) << receiver->output();
+    ASSERT_TRUE(board->configure()) << receiver->output();
+    ASSERT_TRUE(receiver->wait_for("USB connected\n", 5s)) << receiver->output();
+}
+
+std::string ReceiverTest::file(const std::string& place) const {
+    std::ifstream in(board->path(place), std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void ReceiverTest::write_file(const std::string& place, const std::string& text) const {
+    std::ofstream out(board->path(place), std::ios::binary);
+    out << text;
+}
+
+Bytes clip(const std::string& name) {
+    const std::string path = CLIP_DIRECTORY "/" + name;
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        throw std::runtime_error(path + ": not there");
+    }
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::vector<Bytes> parts_from_ring(std::size_t count, std::chrono::milliseconds timeout) {
+    RingReader ring;
+    std::vector<Bytes> parts;
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    while (parts.size() < count && std::chrono::steady_clock::now() < end) {
+        if (ring.open()) {
+            ring.take([&](std::uint16_t, std::span<const std::uint8_t> part) {
+                parts.emplace_back(part.begin(), part.end());
+            });
+        }
+        usleep(500);
+    }
+    EXPECT_EQ(ring.missed(), 0U);
+    return parts;
+}
+
+UdpPeer::UdpPeer(const std::string& host, std::uint16_t port)
+    : fd_(socket(AF_INET, SOCK_DGRAM, 0)) {
+    const sockaddr_in local = address(host, port);
+    if (fd_ < 0 || bind(fd_, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
+        throw std::runtime_error("cannot bind " + host);
+    }
+}
+
+UdpPeer::~UdpPeer() {
+    close(fd_);
+}
+
+bool UdpPeer::send(std::uint16_t port, const Bytes& datagram) const {
+    const sockaddr_in to = address("127.0.0.1", port);
+    return sendto(fd_, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+                  sizeof to) == static_cast<ssize_t>(datagram.size());
+}

@@ -1,0 +1,57 @@
+// What the end-to-end tests share: a board, the receiver on it, and the ring it leaves.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "simulator/camera_stream.h"
+#include "simulator/ring_reader.h"
+#include "simulator/simulated_board.h"
+#include "tests/e2e/receiver_process.h"
+
+using std::chrono_literals::operator""ms;
+using std::chrono_literals::operator""s;
+
+// Every test starts without the shared-memory objects and leaves none.
+class ReceiverTest : public testing::Test {
+  protected:
+    ReceiverTest();
+    ~ReceiverTest() override;
+
+    // Makes the board, and starts the receiver on it.
+    void start(const std::vector<std::string>& arguments = {}, SimulatedBoardOptions options = {});
+    // The same for tests that put something into the board's directory before the start.
+    SimulatedBoard& make_board(SimulatedBoardOptions options = {});
+    void start_on_board(const std::vector<std::string>& arguments = {});
+    // Starts it and takes it to where the reader thread takes bulk data.
+    void start_configured(const std::vector<std::string>& arguments = {});
+
+    std::string file(const std::string& place) const;
+    void write_file(const std::string& place, const std::string& text) const;
+
+    std::unique_ptr<SimulatedBoard> board;
+    std::unique_ptr<ReceiverProcess> receiver;
+};
+
+// A clip of tests/clips, made by the encoder when the tests started.
+Bytes clip(const std::string& name);
+
+// Collects parts from the ring until there are this many, or the time is up.
+std::vector<Bytes> parts_from_ring(std::size_t count, std::chrono::milliseconds timeout);
+
+// A UDP socket on 127.0.0.1 (or another loopback address) of its own.
+class UdpPeer {
+  public:
+    explicit UdpPeer(const std::string& host = "127.0.0.1", std::uint16_t port = 0);
+    ~UdpPeer();
+    UdpPeer(const UdpPeer&) = delete;
+    UdpPeer& operator=(const UdpPeer&) = delete;
+    bool send(std::uint16_t port, const Bytes& datagram) const;
+
+  private:
+    int fd_;
+};

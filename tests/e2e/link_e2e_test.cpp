@@ -1,0 +1,232 @@
+// The USB link of the running receiver: enumeration, its ends, and the way out to the camera.
+
+#include <algorithm>
+
+#include "tests/e2e/e2e_support.h"
+
+namespace {
+
+using Link = ReceiverTest;
+
+// The lines of a link that has ended, in order. The shut-down clears the time of the last data and
+// then rests for 200 ms: a supervision pass in that window sees a silence of years and ends the
+// process first. Both ends are right.
+void expect_link_end(ReceiverProcess& receiver) {
+    const std::optional<int> status = receiver.wait_exit(10s);
+    const std::string lines = receiver.lines_without_delta();
+    if (status == 2) {
+        EXPECT_TRUE(lines.ends_with("poll error or break!\nCamera connection timeout\n")) << lines;
+    } else {
+        EXPECT_EQ(status, 1);
+        EXPECT_TRUE(lines.ends_with("poll error or break!\nExit gadget\nUSB receiver exit\n"))
+            << lines;
+    }
+}
+
+TEST_F(Link, DeviceDescriptionIsWrittenByteForByte) {
+    start();
+    ASSERT_TRUE(board->wait_for_device(10s)) << receiver->output();
+    EXPECT_EQ(board->device_description(),
+              (Bytes{
+                  0x00, 0x00, 0x00, 0x00,                                // tag
+                  0x09, 0x02, 0x20, 0x00, 0x01, 0x02, 0xFA, 0xC0, 0x01,  // configuration, 32 bytes
+                  0x09, 0x04, 0x00, 0x00, 0x02, 0xFF, 0x00, 0x00, 0xFA,  // interface
+                  0x07, 0x05, 0x86, 0x02, 0x40, 0x00, 0x00,              // bulk IN, 64
+                  0x07, 0x05, 0x02, 0x02, 0x40, 0x00, 0x00,              // bulk OUT, 64
+                  0x09, 0x02, 0x20, 0x00, 0x01, 0x02, 0xFA, 0xC0, 0x01,  // the same at high speed
+                  0x09, 0x04, 0x00, 0x00, 0x02, 0xFF, 0x00, 0x00, 0xFA,  //
+                  0x07, 0x05, 0x86, 0x02, 0x00, 0x02, 0x00,              // bulk IN, 512
+                  0x07, 0x05, 0x02, 0x02, 0x00, 0x02, 0x00,              // bulk OUT, 512
+                  0x12, 0x01, 0x00, 0x02, 0xFF, 0x00, 0x00, 0x00,        // device, USB 2.0
+                  0xD1, 0x18, 0x01, 0x2D, 0x00, 0x00, 0x19, 0x2D, 0x65, 0x01,
+              }));
+}
+
+TEST_F(Link, LinuxHostEnumeratesIt) {
+    start();
+    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(board->enumerate()) << receiver->output();
+    EXPECT_TRUE(receiver->wait_for("USB connected\n", 5s));
+    EXPECT_EQ(receiver->count("USB connected\n"), 1);
+    EXPECT_EQ(board->endpoint_record("ep6in"),
+              (Bytes{0x01, 0x00, 0x00, 0x00,                                    // tag
+                     0x07, 0x05, 0x86, 0x02, 0x40, 0x00, 0x00,                  // full speed
+                     0x07, 0x05, 0x86, 0x02, 0x00, 0x02, 0x00}));               // high speed
+    EXPECT_EQ(board->endpoint_record("ep2out"), (Bytes{0x01, 0x00, 0x00, 0x00,  //
+                                                       0x07, 0x05, 0x02, 0x02, 0x40, 0x00, 0x00,  //
+                                                       0x07, 0x05, 0x02, 0x02, 0x00, 0x02, 0x00}));
+}
+
+TEST_F(Link, StringsAnswerAsDescribed) {
+    struct Case {
+        std::uint8_t index;
+        Bytes expected;
+    };
+    const Bytes android = {16, 3, 'A', 0, 'n', 0, 'd', 0, 'r', 0, 'o', 0, 'i', 0, 'd', 0};
+    const Case cases[] = {
+        {0, {4, 3, 0x09, 0x04}},
+        {25, android},
+        {45, android},
+        {101, {18, 3, '0', 0, '0', 0, '0', 0, '0', 0, '0', 0, '0', 0, '0', 0, '0', 0}},
+        {250, {18, 3, 'e', 0, 'c', 0, '2', 0, '1', 0, '0', 0, '1', 0, '3', 0, 'c', 0}},
+    };
+    start();
+    ASSERT_TRUE(board->wait_for_device(10s));
+    board->connect();
+    for (const Case& c : cases) {
+        const ControlResult result =
+            board->control({0x80, 6, static_cast<std::uint16_t>(0x0300 | c.index), 0x0409, 255});
+        EXPECT_EQ(result.status, ControlStatus::kAcknowledged) << int{c.index};
+        EXPECT_EQ(result.data, c.expected) << int{c.index};
+    }
+    EXPECT_EQ(board->control({0x80, 6, 0x0301, 0x0409, 255}).status, ControlStatus::kStalled);
+}
+
+TEST_F(Link, InterfaceAndVendorRequestsLeaveItUsable) {
+    start();
+    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(board->configure());
+    // The reader sleeps its first second: endpoint zero is still serviced.
+    EXPECT_EQ(board->control({0x01, 11, 0, 0, 0}).status, ControlStatus::kAcknowledged);
+    EXPECT_EQ(board->clear_halt_count("ep6in"), 1);
+    EXPECT_EQ(board->clear_halt_count("ep2out"), 1);
+    const Bytes filler = {0x55};
+    ASSERT_TRUE(receiver->wait_for("USB connected\n", 5s));
+    EXPECT_TRUE(board->bulk_out(filler));
+}
+
+TEST_F(Link, UnknownVendorRequestIsStalled) {
+    start();
+    ASSERT_TRUE(board->wait_for_device(10s));
+    board->connect();
+    EXPECT_EQ(board->control({0xC0, 51, 0, 0, 2}).status, ControlStatus::kStalled);
+    EXPECT_EQ(board->control({0x40, 53, 0, 0, 0}).status, ControlStatus::kStalled);
+    EXPECT_TRUE(board->configure());
+    EXPECT_TRUE(receiver->wait_for("USB connected\n", 5s)) << receiver->output();
+}
+
+TEST_F(Link, FailedReadEndsIt) {
+    start_configured();
+    ASSERT_TRUE(board->bulk_out(Bytes(3, 0)));
+    board->disconnect();
+    ASSERT_TRUE(receiver->wait_for("read failed\n", 5s)) << receiver->output();
+    expect_link_end(*receiver);
+}
+
+TEST_F(Link, EmptyTransferEndsIt) {
+    start_configured();
+    ASSERT_TRUE(board->bulk_out_empty());
+    ASSERT_TRUE(receiver->wait_for("read failed\n", 5s)) << receiver->output();
+    expect_link_end(*receiver);
+}
+
+TEST_F(Link, FullSpeedFailsAtTheFirstRead) {
+    start();
+    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(board->configure(UsbSpeed::kFull));
+    ASSERT_TRUE(receiver->wait_for("USB connected\nread failed\n", 5s) ||
+                receiver->count("read failed\n") == 1)
+        << receiver->output();
+    expect_link_end(*receiver);
+}
+
+TEST_F(Link, SilenceAfterDataEndsWithStatus2) {
+    start_configured();
+    ASSERT_TRUE(board->bulk_out(Bytes(3, 0)));
+    ASSERT_EQ(receiver->wait_exit(15s), 2) << receiver->output();
+    const std::string lines = receiver->lines_without_delta();
+    EXPECT_TRUE(lines.ends_with("Camera connection timeout\n") ||
+                lines.ends_with("Telemetry receiving timeout\n"))
+        << lines;
+}
+
+TEST_F(Link, DisconnectBeforeDataClosesTheEndpointsAndALaterHostIsServed) {
+    start_configured();
+    board->disconnect();
+    ASSERT_TRUE(receiver->wait_for("USB disconnected\n", 5s)) << receiver->output();
+    // The next configuration finds both endpoint files free again.
+    ASSERT_TRUE(board->configure()) << receiver->output();
+    EXPECT_TRUE(receiver->wait_for("USB connected\n", 5s, 2)) << receiver->output();
+}
+
+TEST_F(Link, DeconfiguredDeviceIsConfiguredAgain) {
+    start();
+    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(board->configure());
+    EXPECT_EQ(board->control({0x00, 9, 0, 0, 0}).status, ControlStatus::kAcknowledged);
+    EXPECT_EQ(board->control({0x00, 9, 0, 0, 0}).status, ControlStatus::kAcknowledged);
+    // The first reader, if its second is over by now, has found its endpoint gone and ended the
+    // link; before that it is configured once more.
+    const ControlResult again = board->control({0x00, 9, 2, 0, 0}, {}, 2s);
+    EXPECT_TRUE(again.status == ControlStatus::kAcknowledged ||
+                receiver->count("read failed\n") > 0)
+        << receiver->output();
+}
+
+TEST_F(Link, ErrorsOfTheControlFileDoNotEndIt) {
+    start();
+    ASSERT_TRUE(board->wait_for_device(10s));
+    for (const int error : {EIDRM, EL2HLT, EBADMSG, EIO, EAGAIN, EINTR, ENODEV, ESRCH}) {
+        board->inject_control_error(error);
+    }
+    board->inject_control_read(Bytes(11, 3));     // too short for an event
+    board->inject_control_read(Bytes(60, 0xFF));  // five events of an unknown type
+    EXPECT_TRUE(board->configure()) << receiver->output();
+    EXPECT_TRUE(receiver->wait_for("USB connected\n", 5s)) << receiver->output();
+}
+
+TEST_F(Link, EventsInAnyOrderAndWithAnyValuesDoNoHarm) {
+    start();
+    ASSERT_TRUE(board->wait_for_device(10s));
+    std::uint32_t random = 1;
+    for (int read = 0; read < 4; ++read) {
+        Bytes events(60);
+        for (std::uint8_t& byte : events) {
+            random = random * 1664525 + 1013904223;
+            byte = static_cast<std::uint8_t>(random >> 24);
+        }
+        for (std::size_t event = 0; event < 5; ++event) {
+            events[event * 12 + 8] = static_cast<std::uint8_t>(random % 7 + event);
+            events[event * 12 + 9] = events[event * 12 + 10] = events[event * 12 + 11] = 0;
+        }
+        board->inject_control_read(events);
+    }
+    board->connect();
+    EXPECT_TRUE(receiver->wait_for("delta 3", 10s)) << receiver->output();
+    EXPECT_EQ(receiver->wait_exit(0ms), std::nullopt) << receiver->output();
+}
+
+// -- the way out ---------------------------------------------------------------------------------
+
+TEST_F(Link, BridgePassesDatagramsUnchanged) {
+    start_configured();
+    const UdpPeer peer;
+    const Bytes packet = {0x55, 0x0E, 0x04, 0x66, 0x02, 0x01, 0xDE,
+                          0x2F, 0x40, 0x02, 0x02, 0x01, 0x04, 0x32};
+    const Bytes rubbish = {0x00};
+    const Bytes largest(512, 0xEE);
+    ASSERT_TRUE(peer.send(6000, packet));
+    ASSERT_TRUE(peer.send(6000, {}));  // ignored
+    ASSERT_TRUE(peer.send(6000, rubbish));
+    ASSERT_TRUE(peer.send(6000, Bytes(513, 1)));    // more than a packet of the link
+    ASSERT_TRUE(peer.send(6000, Bytes(10001, 2)));  //
+    ASSERT_TRUE(peer.send(6000, Bytes(65507, 3)));  //
+    ASSERT_TRUE(peer.send(6000, largest));
+    EXPECT_EQ(board->wait_for_bulk_in(0, 5s), packet);
+    EXPECT_EQ(board->wait_for_bulk_in(1, 5s), rubbish);
+    EXPECT_EQ(board->wait_for_bulk_in(2, 5s), largest);
+    EXPECT_EQ(board->bulk_in().size(), 3U);
+}
+
+TEST_F(Link, BridgeDropsDatagramsBeforeTheCameraIsThere) {
+    start();
+    ASSERT_TRUE(board->wait_for_device(10s));
+    const UdpPeer peer;
+    ASSERT_TRUE(peer.send(6000, {1, 2, 3}));
+    ASSERT_TRUE(board->configure());
+    ASSERT_TRUE(receiver->wait_for("USB connected\n", 5s));
+    ASSERT_TRUE(peer.send(6000, {4, 5, 6}));
+    EXPECT_EQ(board->wait_for_bulk_in(0, 5s), (Bytes{4, 5, 6}));
+}
+
+}  // namespace

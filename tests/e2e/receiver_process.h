@@ -1,0 +1,58 @@
+// The release binary as a child process, with what it prints.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+class ReceiverProcess {
+  public:
+    // Starts it with these arguments, and these "NAME=value" texts on top of this environment.
+    ReceiverProcess(const std::vector<std::string>& arguments,
+                    const std::vector<std::string>& environment);
+    // Kills it if it still runs.
+    ~ReceiverProcess();
+    ReceiverProcess(const ReceiverProcess&) = delete;
+    ReceiverProcess& operator=(const ReceiverProcess&) = delete;
+
+    pid_t pid() const { return pid_; }
+    void signal(int number) const;
+
+    // Everything on standard error so far, and on standard output.
+    std::string output() const;
+    std::string standard_output() const;
+    // The same without the lines that a clock writes: "delta N".
+    std::string lines_without_delta() const;
+
+    // Waits until the text has been printed `times` times.
+    bool wait_for(const std::string& text, std::chrono::milliseconds timeout, int times = 1) const;
+    int count(const std::string& text) const;
+
+    // Waits for the end: the exit status, or minus the signal that killed it.
+    std::optional<int> wait_exit(std::chrono::milliseconds timeout);
+
+    // Local port of the socket to the main application: the one that is not 6000.
+    std::optional<std::uint16_t> app_port() const;
+    // A number of /proc/PID/status, e.g. "VmRSS" in kB, "Threads".
+    long status(const std::string& key) const;
+
+  private:
+    void join_collectors();
+    void collect(int fd, std::string* text);
+
+    pid_t pid_ = -1;
+    std::optional<int> ended_;
+    mutable std::mutex mutex_;
+    mutable std::condition_variable more_;
+    std::string stderr_text_;
+    std::string stdout_text_;
+    std::thread stderr_thread_;
+    std::thread stdout_thread_;
+};

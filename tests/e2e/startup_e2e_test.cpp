@@ -1,0 +1,291 @@
+// From the command line to each of the process's ends.
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "tests/e2e/e2e_support.h"
+
+namespace {
+
+constexpr char kUsage[] =
+    "DJI Osmo Pro/RAW Wired USB receiver\n"
+    "Usage:\n"
+    "-d | --dst-host=<destination_host>\n"
+    "-s | --dst-port=<destination_port>\n"
+    "-v | --verbose\n"
+    "-? | --help - show this help\n";
+
+constexpr char kBeforeOptions[] =
+    "DJI Osmo Pro/RAW Wired USB receiver\n"
+    "Board model: Raspberry Pi 4 Model B Rev 1.4\n"
+    "Board supported\n"
+    "Loading camera config file... failed\n";
+
+constexpr char kAfterOptions[] =
+    "Init telemetry buffer\n"
+    "Init frame buffer 60003624 bytes\n"
+    "Init frame buffer for transcoding 13003624 bytes\n";
+
+constexpr char kDeviceOpened[] =
+    "Mounting gadgetfs\n"
+    "USB device opened\n"
+    "Gadget init done\n";
+
+using StartUp = ReceiverTest;
+
+TEST_F(StartUp, SilentCameraEndsWithStatus2AfterTheseLines) {
+    start();
+    ASSERT_EQ(receiver->wait_exit(15s), 2) << receiver->output();
+
+    // Both watches look every so often; whichever looks first ends the process.
+    const std::string lines = receiver->lines_without_delta();
+    const std::string start_lines = std::string(kBeforeOptions) + kAfterOptions + kDeviceOpened;
+    EXPECT_TRUE(lines == start_lines + "Camera connection timeout\n" ||
+                lines == start_lines + "Telemetry receiving timeout\n" ||
+                lines == start_lines + "Camera connection timeout\nTelemetry receiving timeout\n" ||
+                lines == start_lines + "Telemetry receiving timeout\nCamera connection timeout\n")
+        << lines;
+    EXPECT_EQ(receiver->standard_output(), "");
+    EXPECT_EQ(file("/run/vantarel/board_supported"), "1");
+    EXPECT_EQ(board->shell_commands(),
+              (std::vector<std::string>{"modprobe gadgetfs", "mkdir /dev/gadget",
+                                        "mount -t gadgetfs none /dev/gadget"}));
+}
+
+TEST_F(StartUp, DeltaGrowsByASecondEachSecondFromNearZero) {
+    start();
+    ASSERT_TRUE(receiver->wait_exit(15s).has_value());
+    std::vector<int> deltas;
+    std::istringstream lines(receiver->output());
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("delta ")) {
+            deltas.push_back(std::stoi(line.substr(6)));
+        }
+    }
+    // 0, 1000, ... 5000: the pass at five seconds may fall on either side of the limit.
+    ASSERT_GE(deltas.size(), 5U);
+    ASSERT_LE(deltas.size(), 7U);
+    for (std::size_t i = 0; i < deltas.size(); ++i) {
+        EXPECT_NEAR(deltas[i], static_cast<int>(i) * 1000, 500) << i;
+    }
+}
+
+TEST_F(StartUp, VerboseAddsItsMessages) {
+    start({"-v", "-d", "127.0.0.2", "-s", "5005"});
+    ASSERT_TRUE(receiver->wait_for("Gadget init done\n", 10s)) << receiver->output();
+    EXPECT_EQ(receiver->lines_without_delta(),
+              std::string(kBeforeOptions) + kAfterOptions +
+                  "Init connection to main application 127.0.0.2:5005\n"
+                  "Done\n"
+                  "Init connection to camera\n" +
+                  kDeviceOpened);
+}
+
+TEST_F(StartUp, LongHostIsCutAndLeavesThePort) {
+    start({"-v", "--dst-host=12345678901234567890", "--dst-port=77"});
+    EXPECT_TRUE(
+        receiver->wait_for("Init connection to main application 1234567890123456789:77\n", 10s))
+        << receiver->output();
+}
+
+TEST_F(StartUp, HostOf19CharactersIsTakenWhole) {
+    start({"-v", "-d", "255.255.255.255.255", "-d", "1234567890123456789"});
+    EXPECT_TRUE(
+        receiver->wait_for("Init connection to main application 1234567890123456789:5000\n", 10s))
+        << receiver->output();
+}
+
+TEST_F(StartUp, EmptyHostIsNotLookedAt) {
+    start({"-v", "-d", ""});
+    EXPECT_TRUE(receiver->wait_for("Init connection to main application :5000\n", 10s))
+        << receiver->output();
+}
+
+TEST_F(StartUp, HelpPrintsTheUsage) {
+    for (const char* help : {"-?", "--help"}) {
+        start({help});
+        ASSERT_EQ(receiver->wait_exit(5s), 1) << help;
+        EXPECT_EQ(receiver->output(), std::string(kBeforeOptions) + kUsage) << help;
+    }
+}
+
+TEST_F(StartUp, UnknownOptionEndsInTheUsage) {
+    for (const char* unknown : {"-x", "--nonsense"}) {
+        start({unknown});
+        ASSERT_EQ(receiver->wait_exit(5s), 1) << unknown;
+        // The C library may say a line of its own before it.
+        EXPECT_TRUE(receiver->output().starts_with(kBeforeOptions)) << receiver->output();
+        EXPECT_TRUE(receiver->output().ends_with(kUsage)) << receiver->output();
+    }
+}
+
+TEST_F(StartUp, PortsThatReadAsZeroAreRefused) {
+    for (const char* port : {"0", "", "port", "4294967296"}) {
+        start({"-s", port});
+        ASSERT_EQ(receiver->wait_exit(5s), 1) << port;
+        EXPECT_EQ(receiver->output(),
+                  std::string(kBeforeOptions) + "Destination host or port not set\n")
+            << port;
+    }
+}
+
+TEST_F(StartUp, HugeAndNegativePortsDoNoHarm) {
+    for (const char* port : {"99999999999999999999999", "-1", "70000"}) {
+        start({"-v", "-s", port, "no-option"});
+        EXPECT_TRUE(receiver->wait_for("Gadget init done\n", 10s)) << port << receiver->output();
+    }
+}
+
+struct Board {
+    const char* model;
+    bool supported;
+};
+
+class BoardCheck : public ReceiverTest, public testing::WithParamInterface<Board> {};
+
+TEST_P(BoardCheck, DecidesByTheModelText) {
+    SimulatedBoardOptions options;
+    options.board_model = GetParam().model;
+    start({"-s", "0"}, options);
+    ASSERT_EQ(receiver->wait_exit(5s), 1);
+    const std::string printed =
+        std::string("DJI Osmo Pro/RAW Wired USB receiver\nBoard model: ") + GetParam().model + "\n";
+    if (GetParam().supported) {
+        EXPECT_EQ(receiver->output(), printed +
+                                          "Board supported\n"
+                                          "Loading camera config file... failed\n"
+                                          "Destination host or port not set\n");
+        EXPECT_EQ(file("/run/vantarel/board_supported"), "1");
+    } else {
+        EXPECT_EQ(receiver->output(), printed + "Board not supported\n");
+        EXPECT_EQ(file("/run/vantarel/board_supported"), "0");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, BoardCheck,
+                         testing::Values(Board{"Raspberry Pi 4 Model B Rev 1.4", true},
+                                         Board{"Raspberry Pi 3 Model A Plus Rev 1.0", true},
+                                         Board{"Raspberry Pi 3 Model B Plus Rev 1.3", false},
+                                         Board{"Raspberry Pi 5 Model B Rev 1.0", false},
+                                         Board{"", false}));
+
+TEST_F(StartUp, BoardWithoutAModelFileIsRefused) {
+    make_board();
+    std::filesystem::remove(board->path("/sys/firmware/devicetree/base/model"));
+    start_on_board();
+    ASSERT_EQ(receiver->wait_exit(5s), 1);
+    EXPECT_EQ(receiver->output(),
+              "DJI Osmo Pro/RAW Wired USB receiver\nBoard model: \nBoard not supported\n");
+    EXPECT_EQ(file("/run/vantarel/board_supported"), "0");
+}
+
+TEST_F(StartUp, MissingRunDirectoryIsNoHindrance) {
+    SimulatedBoardOptions options;
+    options.with_run_directory = false;
+    start({}, options);
+    EXPECT_TRUE(receiver->wait_for("Gadget init done\n", 10s)) << receiver->output();
+}
+
+TEST_F(StartUp, FocusFileIsLoaded) {
+    make_board();
+    write_file("/boot/osmo-usb.conf",
+               "# Osmo USB config file\r\n\r\nmf_min=500\r\nmf_max=2000\r\n");
+    start_on_board({"-s", "0"});
+    ASSERT_EQ(receiver->wait_exit(5s), 1);
+    EXPECT_EQ(receiver->count("Loading camera config file... done\n"), 1) << receiver->output();
+}
+
+TEST_F(StartUp, StrangeFocusFilesDoNoHarm) {
+    const std::string place = "/boot/osmo-usb.conf";
+    struct Case {
+        const char* name;
+        void (*make)(const std::string& path);
+    };
+    const Case cases[] = {
+        {"directory", [](const std::string& path) { std::filesystem::create_directory(path); }},
+        {"empty", [](const std::string& path) { std::ofstream out(path); }},
+        {"binary",
+         [](const std::string& path) {
+             std::ofstream out(path);
+             for (int i = 0; i < 100000; ++i) {
+                 out.put(static_cast<char>(i * 31));
+             }
+         }},
+        {"values beyond 32 bits",
+         [](const std::string& path) {
+             std::ofstream out(path);
+             out << "mf_min=99999999999999999999\nmf_max=-99999999999\n";
+         }},
+    };
+    for (const Case& c : cases) {
+        make_board();
+        c.make(board->path(place));
+        start_on_board();
+        EXPECT_TRUE(receiver->wait_for("Gadget init done\n", 10s)) << c.name << receiver->output();
+    }
+}
+
+TEST_F(StartUp, EachHandledSignalEndsWithStatus1) {
+    for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGPIPE, SIGABRT, SIGSEGV}) {
+        start();
+        ASSERT_TRUE(receiver->wait_for("Board supported\n", 5s));
+        receiver->signal(number);
+        ASSERT_EQ(receiver->wait_exit(5s), 1) << number << receiver->output();
+        EXPECT_TRUE(receiver->output().ends_with("signal " + std::to_string(number) + " handler\n"))
+            << receiver->output();
+    }
+}
+
+TEST_F(StartUp, SharedMemoryThatCannotBeHadEndsWithStatus2) {
+    // A directory of the object's name: it can be neither opened nor created.
+    ASSERT_EQ(mkdir("/dev/shm/vantarel_framebuffer", 0700), 0);
+    start();
+    const std::optional<int> status = receiver->wait_exit(10s);
+    rmdir("/dev/shm/vantarel_framebuffer");
+    ASSERT_EQ(status, 2) << receiver->output();
+    EXPECT_TRUE(receiver->output().ends_with("Failed to init telemetry buffer\n"))
+        << receiver->output();
+}
+
+TEST_F(StartUp, ObjectOfAnEarlierRunIsTakenOver) {
+    const int fd = shm_open("vantarel_framebuffer", O_RDWR | O_CREAT, 0600);
+    ASSERT_GE(fd, 0);
+    const Bytes rubbish(100000, 0xA5);
+    ASSERT_EQ(write(fd, rubbish.data(), rubbish.size()), static_cast<ssize_t>(rubbish.size()));
+    start();
+    ASSERT_TRUE(receiver->wait_for("Gadget init done\n", 10s));
+    struct stat status {};
+    ASSERT_EQ(fstat(fd, &status), 0);
+    EXPECT_EQ(status.st_size, 60003624);
+    Bytes content(60003624);
+    ASSERT_EQ(pread(fd, content.data(), content.size(), 0), 60003624);
+    close(fd);
+    EXPECT_EQ(content[0], 1);
+    EXPECT_EQ(std::count(content.begin(), content.end(), 0), 60003623);
+}
+
+TEST_F(StartUp, BoardWithoutAControllerFailsToInitTheGadget) {
+    SimulatedBoardOptions options;
+    options.controller = "some-other-udc";
+    start({}, options);
+    ASSERT_EQ(receiver->wait_exit(10s), 1);
+    EXPECT_EQ(receiver->output(), std::string(kBeforeOptions) + kAfterOptions +
+                                      "Mounting gadgetfs\n"
+                                      "Couldn't open USB device\n"
+                                      "Gadget init failed\n");
+}
+
+TEST_F(StartUp, Port6000InUseIsNoHindrance) {
+    const UdpPeer holder("0.0.0.0", 6000);
+    start();
+    EXPECT_TRUE(receiver->wait_for("Gadget init done\n", 10s)) << receiver->output();
+}
+
+}  // namespace

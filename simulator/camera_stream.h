@@ -1,6 +1,7 @@
 // The camera's byte stream, as the simulated camera sends it. Reentrant.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -10,11 +11,17 @@ using Bytes = std::vector<std::uint8_t>;
 // Largest payload of one envelope that passes the receiver's buffer.
 inline constexpr std::size_t kLargestPassingPayload = 49477;
 
+// byte:  0    1    2         3    4  5        6  7   8 ..
+//        55   CC   'I'/'J'   57   length(le)  00 00  payload
+// The payload has at most 65535 bytes; more is cut off.
 Bytes video_envelope(std::span<const std::uint8_t> chunk);
 Bytes control_envelope(std::span<const std::uint8_t> packets);
 
+// The chunk of 12 bytes that the camera sends where it has no video.
+Bytes filler_chunk();
+
 // A packet with both checksums in place; they are computed here, bit by bit, apart from the
-// receiver's tables.
+// receiver's tables. The payload has at most 242 bytes; more is cut off.
 struct CameraPacketFields {
     std::uint8_t sender, receiver;
     std::uint16_t sequence;
@@ -22,8 +29,16 @@ struct CameraPacketFields {
 };
 Bytes camera_packet(const CameraPacketFields& fields, std::span<const std::uint8_t> payload);
 
-// An H.264 byte stream (Annex B) cut into access units, and these into chunks of at most
-// `largest_chunk` bytes: what the camera sends as one envelope each. Joined they are the stream.
+// What a control envelope of the stream carries: one packet of the camera's and one of the
+// gimbal's.
+Bytes camera_packets(std::uint16_t sequence);
+
+// An H.264 byte stream (Annex B) cut into access units: one picture with what goes before it.
+// Joined they are the stream.
+std::vector<Bytes> access_units(std::span<const std::uint8_t> h264);
+
+// The access units cut into chunks of at most `largest_chunk` bytes: what the camera sends as one
+// envelope each. Joined they are the stream.
 std::vector<Bytes> video_chunks(std::span<const std::uint8_t> h264, std::size_t largest_chunk);
 
 // The whole stream: the chunks in envelopes, after every `packets_every` of them a control

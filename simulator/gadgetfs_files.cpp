@@ -28,7 +28,9 @@ struct OpenFile {
 };
 OpenFile open_files[kDescriptors];
 
-iovec piece(void* bytes, std::size_t length) { return {bytes, length}; }
+iovec piece(void* bytes, std::size_t length) {
+    return {bytes, length};
+}
 iovec piece(const void* bytes, std::size_t length) {
     return {const_cast<void*>(bytes), length};  // sendmsg() only reads it
 }
@@ -56,6 +58,19 @@ int send_request(int fd, FileOperation operation, std::uint32_t id, int flags, i
     return send_message(fd, pieces) < 0 ? -1 : 0;
 }
 
+// Cancellation waits while one stands: for calls that are no cancellation points, and where it
+// would lose what is owned.
+class CancelLater {
+  public:
+    CancelLater() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state_); }
+    CancelLater(const CancelLater&) = delete;
+    CancelLater& operator=(const CancelLater&) = delete;
+    ~CancelLater() { pthread_setcancelstate(state_, nullptr); }
+
+  private:
+    int state_ = 0;
+};
+
 // A request that the caller may leave before its answer, by a signal or a cancellation: the model
 // is told, so that no event is read for nobody.
 class PendingRequest {
@@ -67,12 +82,10 @@ class PendingRequest {
         if (answered_) {
             return;
         }
-        int state = 0;
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+        const CancelLater cancel_later;
         const int error = errno;
         send_request(fd_, FileOperation::kCancel, id_, 0, 0);
         errno = error;
-        pthread_setcancelstate(state, nullptr);
     }
     void answered() { answered_ = true; }
 
@@ -114,7 +127,8 @@ int call_model(int fd, FileOperation operation, int flags, int argument, const v
         errno = ENODEV;
         return -1;
     }
-    const bool interruptible = operation == FileOperation::kRead || operation == FileOperation::kPoll;
+    const bool interruptible =
+        operation == FileOperation::kRead || operation == FileOperation::kPoll;
     PendingRequest pending(fd, id);
     for (;;) {
         FileReply reply{};
@@ -230,34 +244,31 @@ bool open_gadgetfs_file(const char* path, int flags, int* fd) {
         return false;
     }
     const char* const name = path + directory_length;
-    int cancel_state = 0;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state);
-    *fd = connect_to_model(root, flags);
-    bool at_model = *fd >= 0;
-    if (at_model) {
-        int result = -1;
-        int direction = 0;
-        if (*fd >= kDescriptors) {
-            errno = EMFILE;
-        } else {
-            open_files[*fd].last_request.store(0, std::memory_order_relaxed);
-            result = call_model(*fd, FileOperation::kOpen, flags, 0, name, strlen(name), nullptr, 0,
-                                &direction);
-        }
-        if (result < 0) {
-            const int error = errno;
-            close(*fd);
-            errno = error;
-            *fd = -1;
-        } else {
-            if ((flags & O_NONBLOCK) != 0) {
-                fcntl(*fd, F_SETFL, O_NONBLOCK);
-            }
-            set_kind(*fd, result == 0 ? GadgetfsFile::kControl : GadgetfsFile::kEndpoint);
-        }
+    const CancelLater cancel_later;
+    const int file = connect_to_model(root, flags);
+    if (file < 0) {
+        return false;
     }
-    pthread_setcancelstate(cancel_state, nullptr);
-    return at_model;
+    int result = -1;
+    if (file >= kDescriptors) {
+        errno = EMFILE;
+    } else {
+        open_files[file].last_request.store(0, std::memory_order_relaxed);
+        result = call_model(file, FileOperation::kOpen, flags, 0, name, strlen(name), nullptr, 0);
+    }
+    if (result < 0) {
+        const int error = errno;
+        close(file);
+        errno = error;
+        *fd = -1;
+        return true;
+    }
+    if ((flags & O_NONBLOCK) != 0) {
+        fcntl(file, F_SETFL, O_NONBLOCK);
+    }
+    set_kind(file, result == kControlFileOpened ? GadgetfsFile::kControl : GadgetfsFile::kEndpoint);
+    *fd = file;
+    return true;
 }
 
 ssize_t read_gadgetfs_file(int fd, GadgetfsFile kind, void* buffer, std::size_t size) {
@@ -301,6 +312,7 @@ int ioctl_gadgetfs_file(int fd, GadgetfsFile kind, unsigned long request) {
         errno = ENODEV;
         return -1;
     }
+    const CancelLater cancel_later;
     if (send_notice(fd, PacketKind::kIoctl, static_cast<std::int32_t>(request)) < 0) {
         errno = ESHUTDOWN;
         return -1;
@@ -309,6 +321,7 @@ int ioctl_gadgetfs_file(int fd, GadgetfsFile kind, unsigned long request) {
 }
 
 void forget_gadgetfs_file(int fd, GadgetfsFile kind) {
+    const CancelLater cancel_later;
     // Best effort: the end of the connection says it too, only later while a read is under way.
     if (kind == GadgetfsFile::kInEndpoint || kind == GadgetfsFile::kOutEndpoint) {
         send_notice(fd, PacketKind::kClose, 0);

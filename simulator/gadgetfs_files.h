@@ -1,6 +1,6 @@
-// The process's side of the simulated gadgetfs files: thin, since the kernel's rules are kept at the
-// other end of the socket. Thread-safe as the kernel's calls are, except that the control file is
-// for one thread at a time.
+// The process's side of the simulated gadgetfs files: thin, since the kernel's rules are kept at
+// the other end of the socket. Thread-safe as the kernel's calls are, except that the control file
+// is for one thread at a time.
 #pragma once
 
 #include <poll.h>

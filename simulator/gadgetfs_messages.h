@@ -38,6 +38,10 @@ struct FileReply {
     std::int32_t direction;  // after a configuration record: 0x80 for an IN endpoint, else 0
 };
 
+// Result of an open: which kind of file it was.
+inline constexpr int kControlFileOpened = 0;
+inline constexpr int kEndpointFileOpened = 1;
+
 // The largest description that gadgetfs takes, and some more so that it can be refused.
 inline constexpr std::size_t kLargestFileMessage = 20000;
 

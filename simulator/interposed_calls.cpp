@@ -1,5 +1,6 @@
-// libc's calls on descriptors, interposed: those on simulated gadgetfs files go to the kernel model,
-// all others straight on. No frame here is noexcept: a thread may be cancelled in any of them.
+// libc's calls on descriptors, interposed: those on simulated gadgetfs files go to the kernel
+// model, all others straight on. No frame here is noexcept: a thread may be cancelled in any of
+// them.
 #include <errno.h>
 #include <poll.h>
 #include <stdarg.h>
@@ -79,7 +80,8 @@ int __poll_chk(pollfd* fds, nfds_t count, int timeout_ms, size_t buffer_size) {
 
 int ppoll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask) {
     if (holds_control_file(fds, count)) {
-        const long ms = timeout == nullptr ? -1 : timeout->tv_sec * 1000 + timeout->tv_nsec / 1000000;
+        const long ms =
+            timeout == nullptr ? -1 : timeout->tv_sec * 1000 + timeout->tv_nsec / 1000000;
         return poll_control_file(fds, count, static_cast<int>(ms));
     }
     static const auto real =

@@ -70,10 +70,12 @@ class MappedPath {
     char buffer_[PATH_MAX];
 };
 
-bool takes_mode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
+bool takes_mode(int flags) {
+    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+}
 
-// Opening, behind every variant: a gadgetfs file goes to the kernel model where one serves the root,
-// everything else to the real openat().
+// Opening, behind every variant: a gadgetfs file goes to the kernel model where one serves the
+// root, everything else to the real openat().
 int open_mapped(int directory, const char* path, int flags, mode_t mode) {
     const MappedPath mapped(path);
     if (mapped.get() != path) {
@@ -94,14 +96,16 @@ mode_t mode_argument(int flags, va_list arguments) {
 
 extern "C" {
 
-#define OPEN_WITH_MODE(directory, path, flags, last)       \
-    va_list arguments;                                     \
-    va_start(arguments, last);                             \
-    const mode_t mode = mode_argument(flags, arguments);   \
-    va_end(arguments);                                     \
+#define OPEN_WITH_MODE(directory, path, flags, last)     \
+    va_list arguments;                                   \
+    va_start(arguments, last);                           \
+    const mode_t mode = mode_argument(flags, arguments); \
+    va_end(arguments);                                   \
     return open_mapped(directory, path, flags, mode)
 
-int open(const char* path, int flags, ...) { OPEN_WITH_MODE(AT_FDCWD, path, flags, flags); }
+int open(const char* path, int flags, ...) {
+    OPEN_WITH_MODE(AT_FDCWD, path, flags, flags);
+}
 int open64(const char* path, int flags, ...) {
     OPEN_WITH_MODE(AT_FDCWD, path, flags | O_LARGEFILE, flags);
 }
@@ -116,7 +120,9 @@ int openat64(int directory, const char* path, int flags, ...) {
 
 // What a fortified build calls where no mode is given.
 int __open_2(const char* path, int flags);
-int __open_2(const char* path, int flags) { return open_mapped(AT_FDCWD, path, flags, 0); }
+int __open_2(const char* path, int flags) {
+    return open_mapped(AT_FDCWD, path, flags, 0);
+}
 int __open64_2(const char* path, int flags);
 int __open64_2(const char* path, int flags) {
     return open_mapped(AT_FDCWD, path, flags | O_LARGEFILE, 0);

@@ -15,33 +15,18 @@
 #include <string>
 #include <vector>
 
-using Bytes = std::vector<std::uint8_t>;
+#include "simulator/usb_bus.h"
+
 using Milliseconds = std::chrono::milliseconds;
 
 struct SimulatedBoardOptions {
-    std::string root;  // directory of the run; empty: a new one under /tmp, removed at the end
+    std::string root = {};  // directory of the run; empty: a new one under /tmp, removed at the end
     std::string board_model = "Raspberry Pi 4 Model B Rev 1.4";
     std::string controller = "fe980000.usb";
     bool with_run_directory = true;  // whether /run/vantarel exists
-};
-
-// As gadgetfs reports it in a connect event (the kernel's usb_device_speed).
-enum class UsbSpeed : std::uint32_t { kUnknown = 0, kLow = 1, kFull = 2, kHigh = 3 };
-
-// USB 2.0, 9.3. Multi-byte fields little-endian on the wire.
-struct SetupPacket {
-    std::uint8_t request_type;
-    std::uint8_t request;
-    std::uint16_t value;
-    std::uint16_t index;
-    std::uint16_t length;
-};
-
-enum class ControlStatus { kAcknowledged, kStalled, kTimedOut };
-
-struct ControlResult {
-    ControlStatus status = ControlStatus::kTimedOut;
-    Bytes data;  // data stage of a device-to-host request, cut to its wLength
+    // A host that does not wait until the process reads events. Until then the kernel acknowledges
+    // SET_CONFIGURATION by itself and stalls strings, and the process never hears of either.
+    bool prompt_host = false;
 };
 
 class SimulatedBoard {
@@ -82,6 +67,9 @@ class SimulatedBoard {
     void suspend();
     ControlResult control(const SetupPacket& setup, Bytes data_out = {},
                           Milliseconds timeout = Milliseconds(5000));
+    // The same, but the process is asked also what the kernel would answer by itself.
+    ControlResult control_to_process(const SetupPacket& setup, Bytes data_out = {},
+                                     Milliseconds timeout = Milliseconds(5000));
     // connect() at the speed, then SET_CONFIGURATION 2 alone; true once it is acknowledged.
     bool configure(UsbSpeed speed = UsbSpeed::kHigh);
     // What a Linux host does: connect, disconnect, connect, strings 0, 45, 25, 101,
@@ -96,6 +84,8 @@ class SimulatedBoard {
     bool bulk_out_empty();
     // The device's pending (or next) bulk OUT read fails with this errno.
     void fail_bulk_out(int error_number);
+    // Waits until the device has read all that was sent.
+    bool wait_for_bulk_out_taken(Milliseconds timeout);
     // Waits until the process holds both bulk endpoints open.
     bool wait_for_endpoints(Milliseconds timeout);
 
@@ -103,6 +93,8 @@ class SimulatedBoard {
     std::vector<Bytes> bulk_in() const;
     // Waits for the transfer of that index; nullopt when the time is up.
     std::optional<Bytes> wait_for_bulk_in(std::size_t index, Milliseconds timeout);
+    // Whether the host leaves bulk IN unread: the device's writes soon block.
+    void hold_bulk_in(bool hold);
 
   private:
     struct Impl;

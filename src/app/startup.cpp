@@ -52,7 +52,7 @@ void load_focus_limits() {
 }
 
 void start_frame_buffers() {
-    // The text says telemetry; it has always been the video's buffer.
+    // Kept: the text says telemetry, but the buffer is the video's.
     fprintf(stderr, "Init telemetry buffer\n");
     if (frame_buffers_init() != 0) {
         fprintf(stderr, "Failed to init telemetry buffer\n");

@@ -31,7 +31,9 @@ struct AppLink {
     std::atomic<std::uint32_t> address_host;  // network byte order
     std::atomic<std::uint16_t> address_port;  // network byte order
     std::atomic<std::uint32_t> bytes_received;
-    std::atomic<const char*> peer_host;          // dotted; static storage of inet_ntoa()
+    // Dotted; static storage of inet_ntoa(), which each thread has its own of: the text behind it
+    // is for the receive thread.
+    std::atomic<const char*> peer_host;
     std::atomic<std::uint16_t> peer_port;        // host byte order
     std::atomic<std::uint32_t> last_receive_ms;  // clock_ms() of the last datagram; 0: no peer
     std::atomic<std::uint32_t> bytes_sent;

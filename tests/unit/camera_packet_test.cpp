@@ -36,7 +36,9 @@ TEST(CameraCrc8, CanGoOnFromTheSumOfTheStartByte) {
     EXPECT_EQ(crc8_of({0x0E, 0x04}, 0x9F), 0x66);
 }
 
-TEST(CameraCrc8, NoBytesLeaveTheSeed) { EXPECT_EQ(camera_crc8(nullptr, 0, 0x77), 0x77); }
+TEST(CameraCrc8, NoBytesLeaveTheSeed) {
+    EXPECT_EQ(camera_crc8(nullptr, 0, 0x77), 0x77);
+}
 
 TEST(CameraCrc8, IsTheReflectedSumOfPolynomial31) {
     const Bytes digits = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
@@ -44,7 +46,9 @@ TEST(CameraCrc8, IsTheReflectedSumOfPolynomial31) {
     EXPECT_EQ(crc8_of(digits, 0x77), 0xFB);
 }
 
-TEST(CameraCrc16, NoBytesLeaveTheSeed) { EXPECT_EQ(camera_crc16(nullptr, 0, 0x3692), 0x3692); }
+TEST(CameraCrc16, NoBytesLeaveTheSeed) {
+    EXPECT_EQ(camera_crc16(nullptr, 0, 0x3692), 0x3692);
+}
 
 TEST(CameraCrc16, IsTheReflectedSumOfPolynomial1021) {
     const Bytes digits = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
@@ -91,7 +95,7 @@ TEST(CameraPacketSeal, LeavesTheHeaderSumOfTheTemplate) {
 
 TEST(CameraPacketSeal, CountsEveryPacket) {
     camera_packet_seq = 7;
-    for (const std::uint8_t sequence : {7, 8, 9}) {
+    for (const int sequence : {7, 8, 9}) {
         Bytes packet = record_template(1);
         camera_packet_seal(packet.data(), packet.size());
         EXPECT_EQ(packet[6], sequence);

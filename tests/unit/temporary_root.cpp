@@ -106,8 +106,8 @@ bool TemporaryRoot::maps_places() {
 // by their own place, so that they need no variable.
 void TemporaryRoot::write_stand_in(const std::string& name) const {
     const std::string file = root_ + "/bin/" + name;
-    write_file(file, "#!/bin/sh\n"
-                     "echo \"" + name + " $*\" >>\"" + root_ + kCommandsFile + "\"\n"
-                     ". \"" + root_ + kAfterCommandFile + "\"\n");
+    const std::string note_command = "echo \"" + name + " $*\" >>" + root_ + kCommandsFile;
+    const std::string do_more = ". " + root_ + kAfterCommandFile;
+    write_file(file, "#!/bin/sh\n" + note_command + "\n" + do_more + "\n");
     fs::permissions(file, fs::perms::owner_all);
 }

@@ -72,8 +72,8 @@ bool name_fits(const char* name, const UsbDescriptor* endpoint) {
 }
 
 bool is_open(const UsbGadgetHandle* handle, const char* name) {
-    for (const UsbGadgetEndpoint* endpoint = handle->endpoints.next;
-         endpoint != &handle->endpoints; endpoint = endpoint->next) {
+    for (const UsbGadgetEndpoint* endpoint = handle->endpoints.next; endpoint != &handle->endpoints;
+         endpoint = endpoint->next) {
         if (std::strcmp(endpoint->name, name) == 0) {
             return true;
         }

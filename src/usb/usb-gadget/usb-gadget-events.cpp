@@ -138,8 +138,8 @@ bool set_interface(UsbGadgetHandle* handle, const Setup& setup) {
     }
     // On every controller, and to the last endpoint even when one refuses.
     int result = 0;
-    for (const UsbGadgetEndpoint* endpoint = handle->endpoints.next;
-         endpoint != &handle->endpoints; endpoint = endpoint->next) {
+    for (const UsbGadgetEndpoint* endpoint = handle->endpoints.next; endpoint != &handle->endpoints;
+         endpoint = endpoint->next) {
         const int fd = endpoint->fd.load(std::memory_order_relaxed);
         usb_gadget_debug(handle, "usb-gadget: setup: clear halt %s %d %d\n", endpoint->name, fd,
                          result);

@@ -105,9 +105,8 @@ bool transfer_allowed(const UsbGadgetEndpoint* endpoint, std::size_t length,
         return false;
     }
     const bool high_speed = handle->speed.load(std::memory_order_relaxed) == kUsbSpeedHigh;
-    const UsbDescriptor* descriptor = high_speed && endpoint->high_speed != nullptr
-                                          ? endpoint->high_speed
-                                          : endpoint->full_speed;
+    const UsbDescriptor* descriptor =
+        high_speed && endpoint->high_speed != nullptr ? endpoint->high_speed : endpoint->full_speed;
     if (descriptor == nullptr) {
         errno = EINVAL;
         return false;

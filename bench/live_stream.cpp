@@ -1,0 +1,62 @@
+#include "live_stream.h"
+
+#include <random>
+
+#include "protocol/camera_packet.h"
+#include "protocol/little_endian.h"
+
+namespace {
+
+// Attitude, status, battery, focus, parameters, settings.
+constexpr std::uint8_t kPacketLengths[] = {25, 49, 25, 52, 25, 53, 25, 77, 25, 104};
+
+constexpr std::size_t kShortestChunk = 4 * 1024;
+constexpr std::size_t kLongestChunk = 48 * 1024;
+constexpr std::size_t kVideoPerControlByte = 49;  // 98 to 2
+
+void append(Bytes& bytes, const Bytes& more) {
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+void append_envelope(Bytes& stream, std::uint8_t type, const Bytes& payload) {
+    std::uint8_t header[8] = {0x55, 0xCC, type, 0x57};
+    write_le16(header + 4, static_cast<std::uint16_t>(payload.size()));
+    stream.insert(stream.end(), std::begin(header), std::end(header));
+    append(stream, payload);
+}
+
+Bytes sealed_packet(std::uint8_t length) {
+    Bytes packet(length, 0x5A);
+    packet[0] = kCameraPacketStart;
+    packet[1] = length;
+    packet[2] = 0x04;
+    packet[3] = camera_crc8(packet.data(), 3, kCameraCrc8Seed);
+    camera_packet_seal(packet.data(), packet.size());
+    return packet;
+}
+
+}  // namespace
+
+Bytes camera_packets(std::size_t size) {
+    Bytes packets;
+    for (std::size_t i = 0; packets.size() < size; ++i) {
+        append(packets, sealed_packet(kPacketLengths[i % std::size(kPacketLengths)]));
+    }
+    return packets;
+}
+
+Bytes live_stream(std::size_t size) {
+    std::minstd_rand random(1);
+    std::uniform_int_distribution<std::size_t> chunk_size(kShortestChunk, kLongestChunk);
+    Bytes stream;
+    stream.reserve(size + 2 * kLongestChunk);
+    while (stream.size() < size) {
+        Bytes chunk(chunk_size(random));
+        for (std::uint8_t& byte : chunk) {
+            byte = static_cast<std::uint8_t>(random() >> 8);
+        }
+        append_envelope(stream, 0x4A, chunk);
+        append_envelope(stream, 0x49, camera_packets(chunk.size() / kVideoPerControlByte));
+    }
+    return stream;
+}

@@ -1,0 +1,38 @@
+// Command line of camera-simulator.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+enum class Pace { kRealtime, kMegabits, kMax };
+
+enum class Action { kDisconnect, kReconnect, kReset, kSilence, kGarbage };
+
+struct TimedAction {
+    double seconds;  // after the first byte could be sent
+    Action action;
+};
+
+struct SimulatorOptions {
+    std::string root;  // empty: a new directory
+    std::string h264;  // the one or the other file, or none: the link alone
+    std::string raw;
+    std::string record;                // empty: not recorded
+    std::vector<std::string> program;  // with its arguments; empty: started by somebody else
+    std::vector<TimedAction> actions;  // earliest first
+    bool full_enumeration = true;
+    bool loop = false;
+    std::optional<Pace> pace;  // as suits the file when not given
+    double megabits = 0;
+    double fps = 30;
+    std::size_t chunk = 48000;
+    std::size_t transfer = 512;
+    unsigned packets_every = 10;
+    double seconds = 0;  // 0: until the work is done
+    double wait_seconds = 60;
+};
+
+// nullopt after the message on standard error, with the status to exit with in *status; for --help
+// that is 0 and the text goes to standard output.
+std::optional<SimulatorOptions> parse_simulator_options(int count, char** arguments, int* status);

@@ -1,0 +1,179 @@
+#include "usb/gadget.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "app/millisecond_clock.h"
+#include "app/process_end.h"
+#include "link/udp_bridge.h"
+#include "usb/usb_description.h"
+#include "usb/usb_link_state.h"
+#include "usb/usb_reader.h"
+
+namespace {
+
+// An Android device in accessory mode with debugging: what the camera's handle looks for.
+constexpr std::uint16_t kVendorId = 0x18D1;
+constexpr std::uint16_t kProductId = 0x2D01;
+
+constexpr std::uint16_t kBridgePort = 6000;
+constexpr int kPollTimeoutMs = 10;
+constexpr useconds_t kSpinTime = 1000;
+constexpr useconds_t kLeaveTime = 200000;  // for the reader to see the end of the link
+
+// Each may fail: the module may be built in, the directory or the mount may be there already.
+constexpr const char* kMountCommands[] = {
+    "modprobe gadgetfs > /dev/null 2>&1",
+    "mkdir /dev/gadget > /dev/null 2>&1",
+    "mount -t gadgetfs none /dev/gadget > /dev/null 2>&1",
+};
+
+void endpoint_enabled(UsbGadgetHandle* handle, std::uint32_t number) {
+    // A reader left over from an earlier configuration must not share the buffer with the new one,
+    // nor close its endpoints; and a file that it still reads could not be opened again.
+    if (usb_link.in_endpoint.load(std::memory_order_relaxed) == nullptr &&
+        usb_link.out_endpoint.load(std::memory_order_relaxed) == nullptr) {
+        usb_reader_stop();
+    }
+    UsbGadgetEndpoint* endpoint = usb_gadget_endpoint(handle, static_cast<int>(number));
+    if (number == kInEndpointNumber) {
+        usb_link.in_endpoint.store(endpoint, std::memory_order_release);
+    } else if (number == kOutEndpointNumber) {
+        usb_link.out_endpoint.store(endpoint, std::memory_order_release);
+        if (pthread_create(&usb_link.reader, nullptr, usb_reader_thread, nullptr) != 0) {
+            assertion_failed("0", "gadget.c", 168, "loopback_event_cb");
+        }
+    }
+    if (usb_link.in_endpoint.load(std::memory_order_relaxed) != nullptr &&
+        usb_link.out_endpoint.load(std::memory_order_relaxed) != nullptr) {
+        std::fprintf(stderr, "USB connected\n");
+    }
+}
+
+void endpoint_disabled(std::uint32_t number) {
+    if (number == kInEndpointNumber) {
+        usb_link.in_endpoint.store(nullptr, std::memory_order_release);
+    } else if (number == kOutEndpointNumber) {
+        usb_link.out_endpoint.store(nullptr, std::memory_order_release);
+    }
+}
+
+// What the control file has. False when the link is finished.
+bool service_endpoint_zero() {
+    usb_link.control.revents = 0;
+    const int result = poll(&usb_link.control, 1, kPollTimeoutMs);
+    if (result < 0 || usb_link.stop.load() != 0) {
+        return false;
+    }
+    if ((usb_link.control.revents & POLLIN) != 0) {
+        // A failed read says nothing about the link: the host's next event may be read again.
+        usb_gadget_handle_event(usb_link.handle);
+    }
+    return true;
+}
+
+}  // namespace
+
+int gadget_start() {
+    std::fprintf(stderr, "Mounting gadgetfs\n");
+    for (const char* command : kMountCommands) {
+        [[maybe_unused]] const int status = std::system(command);
+    }
+    if (gadget_init(kVendorId, kProductId) < 0) {
+        std::fprintf(stderr, "Gadget init failed\n");
+        return 1;
+    }
+    return 0;
+}
+
+int gadget_init(std::uint16_t vendor_id, std::uint16_t product_id) {
+    udp_bridge_open(kBridgePort);  // the camera works without the bridge
+    usb_link.fill_count = 0;
+    auto* buffer = new (std::nothrow) std::uint8_t[kReceiveBufferSize];
+    if (buffer == nullptr) {
+        std::fprintf(stderr, "Couldn't allocate memory\n");
+        return -1;
+    }
+    usb_link.receive_buffer.store(buffer, std::memory_order_release);
+    usb_link.receiving.store(0, std::memory_order_relaxed);
+    usb_link.last_rx_ms.store(clock_ms(), std::memory_order_relaxed);
+    usb_link.handle = usb_gadget_open(usb_description(vendor_id, product_id));
+    if (usb_link.handle == nullptr) {
+        std::fprintf(stderr, "Couldn't open USB device\n");
+        return -1;
+    }
+    std::fprintf(stderr, "USB device opened\n");
+    usb_gadget_set_event_cb(usb_link.handle, loopback_event_cb, nullptr);
+    usb_gadget_set_debug_level(usb_link.handle, 0);
+    usb_link.control.fd = usb_gadget_control_fd(usb_link.handle);
+    usb_link.control.events = POLLIN | POLLPRI;
+    if (pthread_mutex_init(&usb_link.mutex, nullptr) != 0) {
+        std::fprintf(stderr, "Mutex init failed");
+        return -1;
+    }
+    std::fprintf(stderr, "Gadget init done\n");
+    return 0;
+}
+
+int gadget_poll() {
+    if (gadget_is_receiving()) {
+        while (usb_link.busy.load(std::memory_order_relaxed) != 0) {
+            usleep(kSpinTime);
+        }
+    }
+    usb_link.busy.store(1, std::memory_order_relaxed);
+    usb_link.handling_events.store(1);
+    const bool goes_on = service_endpoint_zero();
+    usb_link.handling_events.store(0);
+    usb_link.busy.store(0, std::memory_order_relaxed);
+    if (!goes_on) {
+        std::fprintf(stderr, "poll error or break!\n");
+        return 0;
+    }
+    return 1;
+}
+
+void gadget_exit() {
+    usb_link.stop.store(1);
+    usb_link.receiving.store(0, std::memory_order_relaxed);
+    usb_link.last_rx_ms.store(0, std::memory_order_relaxed);
+    // Who is about to send, and the reader, have the pause to let go; a reader that waits in the
+    // kernel for the camera is cancelled. Then nobody is left in the buffer and the endpoints.
+    usb_link.in_endpoint.store(nullptr, std::memory_order_release);
+    std::uint8_t* buffer = usb_link.receive_buffer.exchange(nullptr, std::memory_order_acq_rel);
+    usleep(kLeaveTime);
+    usb_reader_stop();
+    usb_link.out_endpoint.store(nullptr, std::memory_order_release);
+    delete[] buffer;
+    usb_gadget_close(usb_link.handle);
+    pthread_mutex_destroy(&usb_link.mutex);
+    std::fprintf(stderr, "Exit gadget\n");
+}
+
+bool gadget_is_receiving() {
+    return usb_link.receiving.load(std::memory_order_relaxed) != 0;
+}
+
+std::uint32_t gadget_last_rx_ms() {
+    return usb_link.last_rx_ms.load(std::memory_order_relaxed);
+}
+
+void loopback_event_cb(UsbGadgetHandle* handle, const UsbGadgetEvent* event, void* /*argument*/) {
+    switch (event->type) {
+        case USB_GADGET_EP_ENABLE:
+            endpoint_enabled(handle, event->number);
+            break;
+        case USB_GADGET_EP_DISABLE:
+            endpoint_disabled(event->number);
+            break;
+        case USB_GADGET_DISCONNECT:
+            std::fprintf(stderr, "USB disconnected\n");
+            usb_reader_stop();
+            break;
+        default:
+            break;
+    }
+}

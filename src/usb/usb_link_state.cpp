@@ -1,0 +1,3 @@
+#include "usb/usb_link_state.h"
+
+UsbLinkState usb_link;

@@ -160,7 +160,7 @@ int call_model(int fd, FileOperation operation, int flags, int argument, const v
 
 // A socket to the model; -1 where no model serves the root.
 int connect_to_model(const char* root, int flags) {
-    const int type = SOCK_SEQPACKET | SOCK_CLOEXEC * ((flags & O_CLOEXEC) != 0);
+    const int type = SOCK_SEQPACKET | ((flags & O_CLOEXEC) != 0 ? SOCK_CLOEXEC : 0);
     const int fd = socket(AF_UNIX, type, 0);
     if (fd >= 0 && with_gadgetfs_address(root, fd, connect) < 0) {
         close(fd);

@@ -54,9 +54,10 @@ enum class PacketKind : std::uint8_t {
     kClose = 3,  // to the model: the holder closes the file; a read may still be under way
 };
 
-// Room for what is on its way in one direction: some transfers of 512 bytes, so that a sender soon
-// waits for the reader. It also bounds a transfer.
-inline constexpr int kEndpointSocketBuffer = 16384;
+// Room for what is on its way in one direction: some fifty transfers of 512 bytes, with the
+// kernel's overhead. So a sender soon waits for the reader, and yet the two need not take turns at
+// each packet. It also bounds a transfer.
+inline constexpr int kEndpointSocketBuffer = 65536;
 
 // The model's socket in a root directory. The call is connect() or bind() of the socket; its result
 // and errno. Takes roots of any length, which sun_path does not.

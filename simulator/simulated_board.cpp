@@ -71,6 +71,12 @@ struct SimulatedBoard::Impl {
     ControlResult control(const SetupPacket& setup, Bytes data_out, Milliseconds timeout,
                           bool to_process);
 
+    // Kept by the caller while it sends, without the lock: the device may take its time.
+    std::shared_ptr<GadgetfsConnection> out_endpoint() const {
+        const auto lock = server->lock();
+        return server->endpoint(ConnectionKind::kOutEndpoint);
+    }
+
     SimulatedBoardOptions options;
     BoardRoot root;
     std::optional<GadgetfsServer> server;  // gone before the root
@@ -231,10 +237,7 @@ bool SimulatedBoard::enumerate(UsbSpeed speed) {
 bool SimulatedBoard::bulk_out(std::span<const std::uint8_t> bytes, std::size_t transfer,
                               Milliseconds timeout) {
     const auto deadline = Clock::now() + timeout;
-    const auto endpoint = [this] {
-        const auto lock = impl_->server->lock();
-        return impl_->server->endpoint(ConnectionKind::kOutEndpoint);
-    }();
+    const auto endpoint = impl_->out_endpoint();
     const std::size_t largest = std::clamp<std::size_t>(transfer, 1, kLargestTransfer);
     while (endpoint != nullptr && !bytes.empty()) {
         const auto packet = bytes.first(std::min(bytes.size(), largest));
@@ -247,15 +250,13 @@ bool SimulatedBoard::bulk_out(std::span<const std::uint8_t> bytes, std::size_t t
 }
 
 bool SimulatedBoard::bulk_out_empty() {
-    const auto lock = impl_->server->lock();
-    const auto endpoint = impl_->server->endpoint(ConnectionKind::kOutEndpoint);
+    const auto endpoint = impl_->out_endpoint();
     return endpoint != nullptr &&
            send_packet(*endpoint, PacketKind::kData, {}, Clock::now() + Milliseconds(10000));
 }
 
 void SimulatedBoard::fail_bulk_out(int error_number) {
-    const auto lock = impl_->server->lock();
-    const auto endpoint = impl_->server->endpoint(ConnectionKind::kOutEndpoint);
+    const auto endpoint = impl_->out_endpoint();
     if (endpoint == nullptr) {
         return;
     }

@@ -32,18 +32,12 @@ constexpr const char* kMountCommands[] = {
 };
 
 void endpoint_enabled(UsbGadgetHandle* handle, std::uint32_t number) {
-    // A reader left over from an earlier configuration must not share the buffer with the new one,
-    // nor close its endpoints; and a file that it still reads could not be opened again.
-    if (usb_link.in_endpoint.load(std::memory_order_relaxed) == nullptr &&
-        usb_link.out_endpoint.load(std::memory_order_relaxed) == nullptr) {
-        usb_reader_stop();
-    }
     UsbGadgetEndpoint* endpoint = usb_gadget_endpoint(handle, static_cast<int>(number));
     if (number == kInEndpointNumber) {
         usb_link.in_endpoint.store(endpoint, std::memory_order_release);
     } else if (number == kOutEndpointNumber) {
         usb_link.out_endpoint.store(endpoint, std::memory_order_release);
-        if (pthread_create(&usb_link.reader, nullptr, usb_reader_thread, nullptr) != 0) {
+        if (!usb_reader_start()) {
             assertion_failed("0", "gadget.c", 168, "loopback_event_cb");
         }
     }

@@ -27,6 +27,9 @@ void close_endpoint(std::atomic<UsbGadgetEndpoint*>& field) {
     }
 }
 
+// Set while a reader is stopped whose endpoints are already a newer configuration's.
+std::atomic<bool> superseded;
+
 // Clean-up of the thread. A cancellation unwinds the stack like an exception, so a destructor is
 // run by both ways out.
 struct EndpointsCloser {
@@ -34,8 +37,10 @@ struct EndpointsCloser {
     EndpointsCloser(const EndpointsCloser&) = delete;
     EndpointsCloser& operator=(const EndpointsCloser&) = delete;
     ~EndpointsCloser() {
-        close_endpoint(usb_link.in_endpoint);
-        close_endpoint(usb_link.out_endpoint);
+        if (!superseded.load()) {
+            close_endpoint(usb_link.in_endpoint);
+            close_endpoint(usb_link.out_endpoint);
+        }
     }
 };
 
@@ -116,6 +121,19 @@ void* usb_reader_thread(void* /*unused*/) {
     // Leaving by itself: a cancellation from here on must not unwind out of the destructor.
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     return nullptr;
+}
+
+bool usb_reader_start() {
+    // A reader that an earlier configuration left waiting must not share the buffer with this one,
+    // nor close the endpoints that are open now.
+    superseded.store(true);
+    usb_reader_stop();
+    superseded.store(false);
+    if (pthread_create(&usb_link.reader, nullptr, usb_reader_thread, nullptr) != 0) {
+        usb_link.reader = 0;
+        return false;
+    }
+    return true;
 }
 
 void usb_reader_stop() {

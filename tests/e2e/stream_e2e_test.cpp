@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr std::size_t kChunk = 48 * 1024;
+constexpr std::size_t kChunk = 48000;
 
 // The receiver's stored key frame goes ahead of the live video. Its first and last bytes:
 constexpr std::size_t kPrimingSize = 478;

@@ -101,9 +101,7 @@ class UsbReader : public testing::Test {
         free_device(usb_link.handle);
     }
 
-    static void start() {
-        ASSERT_EQ(pthread_create(&usb_link.reader, nullptr, usb_reader_thread, nullptr), 0);
-    }
+    static void start() { ASSERT_TRUE(usb_reader_start()); }
     // Until the thread has ended by itself; the lines printed.
     static std::string finish() {
         pthread_join(usb_link.reader, nullptr);
@@ -193,6 +191,24 @@ TEST_F(UsbReader, WaitsForEndpointZeroBeforeTheRead) {
     }
     usb_link.busy = 0;
     EXPECT_TRUE(wait_for_demux(1));
+}
+
+// -- hand-over -----------------------------------------------------------------------------------
+
+TEST_F(UsbReader, StartReplacesAReaderThatWaitsAndKeepsTheEndpointsOpen) {
+    ASSERT_TRUE(usb_reader_start());
+    ASSERT_TRUE(wait_for_call(kOut + " waits"));
+    const pthread_t first = usb_link.reader;
+    ASSERT_TRUE(usb_reader_start());
+    EXPECT_EQ(pthread_kill(first, 0) == 0, first == usb_link.reader) << "the first is over";
+    EXPECT_NE(usb_link.in_endpoint, nullptr);
+    EXPECT_NE(usb_link.out_endpoint, nullptr);
+    EXPECT_EQ(take_calls(), (Calls{kOut + " waits"}));
+    // The first was stopped in its read, with the flag set; endpoint zero's service clears it.
+    usb_link.busy = 0;
+    fake_send(kOut, {0x55, 0xCC});
+    ASSERT_TRUE(wait_for_demux(1));
+    EXPECT_EQ(seen, (Bytes{0x55, 0xCC}));
 }
 
 // -- overflow ------------------------------------------------------------------------------------

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr std::size_t kStreamSize = 64U << 20;
+constexpr std::size_t kStreamSize = 128U << 20;  // beyond every cache, as a live stream is
 constexpr std::size_t kTransferSize = 512;
 constexpr std::size_t kReaderBufferSize = 50100;
 constexpr double kGoal = 0.70;

@@ -25,15 +25,14 @@ consteval std::array<Sum, 256> crc_table(Sum polynomial) {
 
 constexpr auto kCrc8Table = crc_table<std::uint8_t>(kCrc8Polynomial);
 
-// Row n is the effect of a byte that n more bytes follow, so that the sums of eight bytes are
+// Row n is the effect of a byte that n more bytes follow, so that the sums of up to eight bytes are
 // looked up side by side instead of each waiting for the one before.
-constexpr std::size_t kStep = 8;
-using Crc16Tables = std::array<std::array<std::uint16_t, 256>, kStep>;
+using Crc16Tables = std::array<std::array<std::uint16_t, 256>, 8>;
 
 consteval Crc16Tables crc16_tables() {
     Crc16Tables tables{};
     tables[0] = crc_table<std::uint16_t>(kCrc16Polynomial);
-    for (std::size_t row = 1; row < kStep; ++row) {
+    for (std::size_t row = 1; row < tables.size(); ++row) {
         for (std::size_t byte = 0; byte < tables[row].size(); ++byte) {
             const unsigned sum = tables[row - 1][byte];
             tables[row][byte] = static_cast<std::uint16_t>(tables[0][sum & 0xFF] ^ sum >> 8);
@@ -50,6 +49,20 @@ static_assert(kCrc16Tables[0][1] == 0x1189 && kCrc16Tables[0][255] == 0x0F78);
 constexpr std::size_t kSequenceOffset = 6;
 constexpr std::size_t kCrc16Size = 2;
 
+// The sum after eight more bytes: it goes into the first two, and the others stand for themselves.
+inline unsigned crc16_of_eight(unsigned sum, const std::uint8_t* b) {
+    const Crc16Tables& t = kCrc16Tables;
+    return static_cast<unsigned>(t[7][(sum ^ b[0]) & 0xFF] ^ t[6][sum >> 8 ^ b[1]] ^ t[5][b[2]] ^
+                                 t[4][b[3]] ^ t[3][b[4]] ^ t[2][b[5]] ^ t[1][b[6]] ^ t[0][b[7]]);
+}
+
+// The same for four.
+inline unsigned crc16_of_four(unsigned sum, const std::uint8_t* b) {
+    const Crc16Tables& t = kCrc16Tables;
+    return static_cast<unsigned>(t[3][(sum ^ b[0]) & 0xFF] ^ t[2][sum >> 8 ^ b[1]] ^ t[1][b[2]] ^
+                                 t[0][b[3]]);
+}
+
 }  // namespace
 
 std::atomic<std::uint16_t> camera_packet_seq{0};
@@ -63,15 +76,17 @@ std::uint8_t camera_crc8(const std::uint8_t* bytes, std::size_t count, std::uint
 }
 
 std::uint16_t camera_crc16(const std::uint8_t* bytes, std::size_t count, std::uint16_t seed) {
-    const Crc16Tables& t = kCrc16Tables;
     unsigned sum = seed;
-    for (; count >= kStep; count -= kStep, bytes += kStep) {
-        sum = static_cast<unsigned>(t[7][(sum ^ bytes[0]) & 0xFF] ^ t[6][sum >> 8 ^ bytes[1]] ^
-                                    t[5][bytes[2]] ^ t[4][bytes[3]] ^ t[3][bytes[4]] ^
-                                    t[2][bytes[5]] ^ t[1][bytes[6]] ^ t[0][bytes[7]]);
+    for (; count >= 8; count -= 8, bytes += 8) {
+        sum = crc16_of_eight(sum, bytes);
+    }
+    if (count >= 4) {
+        sum = crc16_of_four(sum, bytes);
+        count -= 4;
+        bytes += 4;
     }
     for (; count > 0; --count, ++bytes) {
-        sum = t[0][(sum ^ *bytes) & 0xFF] ^ sum >> 8;
+        sum = kCrc16Tables[0][(sum ^ *bytes) & 0xFF] ^ sum >> 8;
     }
     return static_cast<std::uint16_t>(sum);
 }

@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::size_t kLengthOffset = 1;
 constexpr std::size_t kHeaderCrcOffset = 3;
+constexpr std::uint8_t kCrc8AfterStart = 0x9F;  // what the start byte makes of the seed
 constexpr std::size_t kCrc16Size = 2;
 
 // The shortest length that both sums can hold for. One of 0 or 1 has no room for the CRC-16, and
@@ -28,7 +29,7 @@ std::size_t packet_at(const std::uint8_t* bytes, std::size_t held) {
     if (length < kShortestPacket || length > held) {
         return 0;
     }
-    if (camera_crc8(bytes, kHeaderCrcOffset, kCameraCrc8Seed) != bytes[kHeaderCrcOffset]) {
+    if (camera_crc8(bytes + kLengthOffset, 2, kCrc8AfterStart) != bytes[kHeaderCrcOffset]) {
         return 0;
     }
     const std::size_t summed = length - kCrc16Size;
@@ -48,7 +49,7 @@ void camera_packet_scan(CameraState* state, const std::uint8_t* buffer, std::uin
             ++p;  // a damaged packet may enclose a sound one
             continue;
         }
-        telemetry_decode(target, buffer + p, length);
+        telemetry_decode_verified(target, buffer + p, length);
         p += length;
     }
 }

@@ -23,7 +23,7 @@ std::vector<CameraState*> decoded_into;
 }  // namespace
 
 // Stands in for the decoder: what the scanner hands on.
-void telemetry_decode(CameraState* state, const std::uint8_t* packet, std::size_t length) {
+void telemetry_decode_verified(CameraState* state, const std::uint8_t* packet, std::size_t length) {
     decoded_into.push_back(state);
     decoded.emplace_back(packet, packet + length);
 }

@@ -49,28 +49,33 @@ scripts/make-clip.sh "$clip" 1920x1080 "$frames" 4 "bitrate=12000:vbv-maxrate=12
 run=$(mktemp -d /tmp/receiver-demo.XXXXXX)
 rm -f /dev/shm/vantarel_framebuffer /dev/shm/vantarel_framebuffer_transcoding
 camera=
+stop_camera() {
+    [ -n "$camera" ] || return 0
+    kill "$camera" 2>/dev/null || true
+    wait "$camera" 2>/dev/null || true
+    camera=
+}
 finish() {
     trap - EXIT INT TERM
-    if [ -n "$camera" ]; then
-        kill "$camera" 2>/dev/null || true
-        wait "$camera" 2>/dev/null || true
-    fi
+    stop_camera
     rm -rf "$run"
     rm -f /dev/shm/vantarel_framebuffer /dev/shm/vantarel_framebuffer_transcoding
 }
 trap finish EXIT
-trap 'echo; echo "Stopped"; exit 130' INT TERM
+trap 'echo; echo "Stopped; $output holds what had come by then."; exit 130' INT TERM
 
 # The camera starts the receiver on its board. The receiver's own lines go to standard error.
 build/release/simulator/camera-simulator --root "$run" --h264 "$clip" --pace realtime \
     --packets-every 2 --enumerate short -- build/release/camera-usb-receiver --verbose \
-    > >(sed -u 's/^/camera   | /') 2> >(sed -u 's/^/receiver | /') &
+    2> >(sed -u 's/^/receiver | /') > >(sed -u 's/^/camera   | /') &
 camera=$!
 
 recorder_status=0
 build/release/simulator/video-ring-recorder --output "$output" --run-directory "$run/run/vantarel" \
     --idle 2 --seconds $((seconds + 30)) || recorder_status=$?
 
+stop_camera
+sleep 0.2 # for the last lines of the two
 echo
 echo "The clip has $frames frames; the file has $(ffprobe -v error -count_frames -show_entries \
     stream=nb_read_frames -of csv=p=0 -f h264 "$output" | tr -d ',') frames, $(stat -c %s "$output") bytes."

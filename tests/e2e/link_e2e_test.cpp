@@ -108,6 +108,7 @@ TEST_F(Link, UnknownVendorRequestIsStalled) {
 TEST_F(Link, FailedReadEndsIt) {
     start_configured();
     ASSERT_TRUE(board->bulk_out(Bytes(3, 0)));
+    ASSERT_TRUE(board->wait_for_bulk_out_taken(5s));
     board->disconnect();
     ASSERT_TRUE(receiver->wait_for("read failed\n", 5s)) << receiver->output();
     expect_link_end(*receiver);

@@ -23,7 +23,9 @@ __attribute__((constructor)) void leave_children_alone() {
     }
 }
 
-bool holds_control_file(const pollfd* fds, nfds_t count) {
+// Not const: the C library declares that poll() only writes to the set, and the compiler would then
+// take this look at it for one at unset memory.
+bool holds_control_file(pollfd* fds, nfds_t count) {
     for (nfds_t i = 0; i < count; ++i) {
         if (gadgetfs_file(fds[i].fd) == GadgetfsFile::kControl) {
             return true;

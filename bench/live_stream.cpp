@@ -10,8 +10,8 @@ namespace {
 // Attitude, status, battery, focus, parameters, settings.
 constexpr std::uint8_t kPacketLengths[] = {25, 49, 25, 52, 25, 53, 25, 77, 25, 104};
 
-constexpr std::size_t kShortestChunk = 4 * 1024;
-constexpr std::size_t kLongestChunk = 48 * 1024;
+constexpr std::size_t kShortestChunk = std::size_t{4} * 1024;
+constexpr std::size_t kLongestChunk = std::size_t{48} * 1024;
 constexpr std::size_t kVideoPerControlByte = 49;  // 98 to 2
 
 void append(Bytes& bytes, const Bytes& more) {

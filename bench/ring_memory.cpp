@@ -13,8 +13,8 @@
 namespace {
 
 constexpr int kPartsPerHour = 30 * 3600;
-constexpr std::size_t kShortestPart = 4 * 1024;
-constexpr std::size_t kLongestPart = 48 * 1024;
+constexpr std::size_t kShortestPart = std::size_t{4} * 1024;
+constexpr std::size_t kLongestPart = std::size_t{48} * 1024;
 constexpr double kGoal = 24.0;
 
 double resident_megabytes() {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Shows the receiver at work without a camera: scripts/demo.sh [--seconds N] [--output FILE]
-# A simulated camera plays a freshly encoded 1080p clip into the receiver; another process reads
+# A simulated camera plays a 1080p clip, encoded for the occasion, into the receiver; another process reads
 # the video back from shared memory and writes it to FILE (demo-video.h264), which any player opens.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -17,28 +17,35 @@ while [ $# -gt 0 ]; do
     esac
 done
 case "$seconds" in
-    '' | *[!0-9]* | 0) echo "--seconds takes a whole number above 0" >&2; exit 2 ;;
+    '' | *[!0-9]*) seconds=0 ;;
 esac
+seconds=$((10#$seconds))
+if [ "$seconds" -eq 0 ]; then
+    echo "--seconds takes a whole number above 0" >&2
+    exit 2
+fi
 
 model=$(tr -d '\0' 2>/dev/null </sys/firmware/devicetree/base/model || true)
 case "$model" in
     *"Raspberry Pi 3 Model A"* | *"Raspberry Pi 4 Model B"*)
         cat <<TEXT
 This is a $model: it can run the real thing.
+    sudo apt-get install ${build_packages[*]}
     cmake --preset release && cmake --build --preset release
+    sudo mkdir -p /run/vantarel
     sudo build/release/camera-usb-receiver --verbose
 Plug the camera's handle into the board's device port; see README.md, "On a Raspberry Pi".
 TEXT
         exit 0
         ;;
 esac
+need_packages "${build_packages[@]}" "${video_packages[@]}" procps
 if pgrep -x camera-usb-rece >/dev/null; then
     echo "A receiver runs on this machine already; the demo would take its shared memory." >&2
     exit 1
 fi
 
-need_packages "${build_packages[@]}" "${video_packages[@]}" procps
-cmake --preset release >/dev/null
+cmake --preset release -DRECEIVER_TESTS=OFF >/dev/null
 cmake --build --preset release
 
 clip=build/clips/demo-$seconds.h264

@@ -8,7 +8,7 @@ constexpr std::size_t kTagSize = 4;
 constexpr std::size_t kConfigurationSize = 9;
 constexpr std::size_t kDeviceSize = 18;
 constexpr std::size_t kEndpointSize = 7;
-constexpr std::size_t kLargestDescription = 4 * 4096;  // four pages
+constexpr std::size_t kLargestDescription = std::size_t{4} * 4096;  // four pages
 
 enum DescriptorType : std::uint8_t {
     kDevice = 1,

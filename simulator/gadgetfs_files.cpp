@@ -339,6 +339,10 @@ int poll_control_file(pollfd* fds, nfds_t count, int timeout_ms) {
             control = &fds[i];
         }
     }
+    if (control == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
     const int events = call_model(control->fd, FileOperation::kPoll, control->events, timeout_ms,
                                   nullptr, 0, nullptr, 0);
     if (events < 0) {

@@ -56,7 +56,7 @@ void GadgetfsModel::close_control() {
 }
 
 CallResult GadgetfsModel::write_control(std::span<const std::uint8_t> bytes) {
-    const CallResult whole = CallResult::of(static_cast<long>(bytes.size()));
+    CallResult whole = CallResult::of(static_cast<long>(bytes.size()));
     if (state_ == State::kOpened) {
         description_ = check_device_description(bytes);
         if (!description_) {

@@ -261,7 +261,7 @@ void GadgetfsServer::drop(const Connection& connection) {
     } else if (is_endpoint(connection->kind)) {
         model_.close_endpoint(connection->file);
     }
-    const Connection dropped = connection;  // the caller's may be the list's own
+    Connection dropped = connection;  // the caller's may be the list's own
     dropped->off_bus = true;
     std::erase(connections_, dropped);
 }

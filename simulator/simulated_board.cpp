@@ -52,8 +52,8 @@ std::string variable(const char* name) {
 }  // namespace
 
 struct SimulatedBoard::Impl {
-    explicit Impl(const SimulatedBoardOptions& board_options)
-        : options(board_options), root(options.root) {
+    explicit Impl(SimulatedBoardOptions board_options)
+        : options(std::move(board_options)), root(options.root) {
         root.make_directory("/sys/firmware/devicetree/base");
         // The firmware ends the text with a NUL.
         root.write_file("/sys/firmware/devicetree/base/model", options.board_model + '\0');
@@ -84,7 +84,7 @@ struct SimulatedBoard::Impl {
 };
 
 SimulatedBoard::SimulatedBoard(SimulatedBoardOptions options)
-    : impl_(std::make_unique<Impl>(options)) {}
+    : impl_(std::make_unique<Impl>(std::move(options))) {}
 
 SimulatedBoard::~SimulatedBoard() = default;
 
@@ -105,7 +105,7 @@ std::vector<std::string> SimulatedBoard::environment() const {
         preload = std::string(ASAN_RUNTIME) + ":" + preload;
         const std::string given = variable("ASAN_OPTIONS");
         variables.push_back("ASAN_OPTIONS=" + given + (given.empty() ? "" : ":") +
-                            "verify_asan_link_order=0:handle_segv=2");
+                            "verify_asan_link_order=0");
     }
     const std::string given = variable("LD_PRELOAD");
     variables.push_back("LD_PRELOAD=" + preload + (given.empty() ? "" : ":") + given);

@@ -37,8 +37,7 @@ bool is_supported(const char* model) {
     return false;
 }
 
-// The main application reads the verdict when it finds no receiver. On a system without the
-// directory nobody asks for it.
+// For the main application. On a system without the directory nobody asks for it.
 void publish_verdict(const char* verdict) {
     FILE* file = fopen(kBoardSupportedPath, "w");
     if (file == nullptr) {

@@ -61,7 +61,7 @@ void focus_config_save() {
              focus_limits.mf_min.load(std::memory_order_relaxed),
              focus_limits.mf_max.load(std::memory_order_relaxed));
 
-    run_shell("mount -o rw,remount /boot");
+    run_shell(kMakeBootWritable);
     FILE* file = fopen(kFocusConfigPath, "w");
     if (file == nullptr) {
         // The partition is left as it is; the limits hold until the process ends.
@@ -72,6 +72,6 @@ void focus_config_save() {
     fclose(file);
     fprintf(stderr, "Camera config saved\n");
     // Back to the way the system's table of file systems has it.
-    run_shell("umount /boot");
-    run_shell("mount /boot");
+    run_shell(kUnmountBoot);
+    run_shell(kMountBoot);
 }

@@ -20,7 +20,7 @@
 namespace {
 
 // Every signal that ends the process, in the order in which the handler is installed. The repeats
-// are kept, and so is the attempt on SIGKILL, which the kernel refuses without harm.
+// change nothing, and the kernel refuses the attempt on SIGKILL without harm.
 constexpr int kHandledSignals[] = {
     SIGTERM, SIGINT,  SIGINT,  SIGABRT, SIGHUP,  //
     SIGKILL, SIGQUIT, SIGTERM, SIGSEGV, SIGPIPE,
@@ -52,7 +52,7 @@ void load_focus_limits() {
 }
 
 void start_frame_buffers() {
-    // Kept: the text says telemetry, but the buffer is the video's.
+    // The text says telemetry, but the buffer is the video's.
     fprintf(stderr, "Init telemetry buffer\n");
     if (frame_buffers_init() != 0) {
         fprintf(stderr, "Failed to init telemetry buffer\n");

@@ -34,7 +34,7 @@ Datagram receive_datagram() {
     socklen_t source_length = app_link.address_length;
     const ssize_t length = recvfrom(app_link.socket, app_link.rx_buffer, app_link.rx_buffer_size, 0,
                                     reinterpret_cast<sockaddr*>(&source), &source_length);
-    // An empty datagram counts as a failure too: the main application never sends one.
+    // An empty datagram counts as a failure too: there is no message without a first byte.
     if (length <= 0) {
         fprintf(stderr, "UDP read failed\n");
         end_process(kExitSocketLost);

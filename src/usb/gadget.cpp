@@ -8,6 +8,7 @@
 
 #include "app/millisecond_clock.h"
 #include "app/process_end.h"
+#include "app/system_paths.h"
 #include "link/udp_bridge.h"
 #include "usb/usb_description.h"
 #include "usb/usb_link_state.h"
@@ -23,13 +24,6 @@ constexpr std::uint16_t kBridgePort = 6000;
 constexpr int kPollTimeoutMs = 10;
 constexpr useconds_t kSpinTime = 1000;
 constexpr useconds_t kLeaveTime = 200000;  // for the reader to see the end of the link
-
-// Each may fail: the module may be built in, the directory or the mount may be there already.
-constexpr const char* kMountCommands[] = {
-    "modprobe gadgetfs > /dev/null 2>&1",
-    "mkdir /dev/gadget > /dev/null 2>&1",
-    "mount -t gadgetfs none /dev/gadget > /dev/null 2>&1",
-};
 
 void endpoint_enabled(UsbGadgetHandle* handle, std::uint32_t number) {
     UsbGadgetEndpoint* endpoint = usb_gadget_endpoint(handle, static_cast<int>(number));
@@ -73,7 +67,7 @@ bool service_endpoint_zero() {
 
 int gadget_start() {
     std::fprintf(stderr, "Mounting gadgetfs\n");
-    for (const char* command : kMountCommands) {
+    for (const char* command : kMountGadgetCommands) {
         [[maybe_unused]] const int status = std::system(command);
     }
     if (gadget_init(kVendorId, kProductId) < 0) {

@@ -69,20 +69,21 @@ ssize_t read_packet(std::uint8_t* buffer) {
     return result;
 }
 
-// Takes the new bytes into account and hands on what is complete. False ends the link.
+// Takes the new bytes into account and hands on what is complete. False ends the link. A
+// cancellation waits until it is done: the fill count must be right for the next reader, and what
+// is called from here may hold a file open.
 bool take_packet(std::uint8_t* buffer, std::size_t count) {
+    int previous = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
     usb_link.fill_count += count;
     usb_link.receiving.store(1, std::memory_order_relaxed);
     usb_link.last_rx_ms.store(clock_ms(), std::memory_order_relaxed);
     // Before the demultiplexer has looked, so an envelope that ends up here is lost even when it is
-    // complete. Kept: it bounds the envelopes that pass, and the camera sends none that long.
+    // complete. It bounds the envelopes that pass.
     if (usb_link.fill_count > kFillLimit) {
         std::fprintf(stderr, "Buffer overflowed\n");
         usb_link.fill_count = 0;
     }
-    // What is called from here may hold a file open: a cancellation waits until it is done.
-    int previous = 0;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
     const int result = usb_stream_demux(buffer, &usb_link.fill_count);
     pthread_setcancelstate(previous, nullptr);
     return result != -1;

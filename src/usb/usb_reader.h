@@ -2,11 +2,12 @@
 #pragma once
 
 // Thread body, from the enabling of the OUT endpoint until the link is finished or the thread is
-// cancelled. However it ends, both bulk endpoints are closed and their fields cleared.
+// cancelled. It closes both bulk endpoints and clears their fields at its end, unless a newer
+// reader has taken them over.
 void* usb_reader_thread(void* unused);
 
-// Starts the reader of the endpoints that were just opened. False where there is no thread to be
-// had. Watchdog thread.
+// Starts the reader of the endpoints that were just opened, after the end of one that an earlier
+// configuration has left. False where there is no thread to be had. Watchdog thread.
 bool usb_reader_start();
 
 // Cancels the reader, if one was started, and waits for its end, so that nobody but the caller

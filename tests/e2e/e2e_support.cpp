@@ -38,6 +38,7 @@ ReceiverTest::~ReceiverTest() {
 }
 
 SimulatedBoard& ReceiverTest::make_board(SimulatedBoardOptions options) {
+    receiver.reset();  // two would share the shared memory and port 6000
     board = std::make_unique<SimulatedBoard>(std::move(options));
     return *board;
 }
@@ -56,6 +57,34 @@ void ReceiverTest::start_configured(const std::vector<std::string>& arguments) {
     ASSERT_TRUE(board->wait_for_device(10s)) << receiver->output();
     ASSERT_TRUE(board->configure()) << receiver->output();
     ASSERT_TRUE(receiver->wait_for("USB connected\n", 5s)) << receiver->output();
+}
+
+void ReceiverTest::start_receiving() {
+    start_configured();
+    ASSERT_TRUE(board->bulk_out(Bytes(3, 0)));
+    ASSERT_TRUE(board->wait_for_bulk_out_taken(5s)) << receiver->output();
+}
+
+// The shut-down clears the time of the last data and only then closes the device. A look of the
+// supervision in that time, on a clock whose low 32 bits are positive as a signed number, finds a
+// silence above every limit and says so: before, between or behind the end's own lines, and it may
+// end the process first. All of that is right.
+void ReceiverTest::expect_link_end(const std::string& lines) {
+    const std::string timeout = "Camera connection timeout\n";
+    const std::string end = "Exit gadget\nUSB receiver exit\n";
+    const std::optional<int> status = receiver->wait_exit(10s);
+    const std::string printed = receiver->lines_without_delta();
+    const std::string before = kStartLines + lines + "poll error or break!\n";
+    ASSERT_EQ(printed.substr(0, before.size()), before);
+    std::string rest = printed.substr(before.size());
+    if (const std::size_t at = rest.find(timeout); at != std::string::npos) {
+        rest.erase(at, timeout.size());
+        EXPECT_TRUE(end.starts_with(rest)) << printed;
+        EXPECT_TRUE(status == 1 || status == 2) << printed;
+    } else {
+        EXPECT_EQ(rest, end) << printed;
+        EXPECT_EQ(status, 1);
+    }
 }
 
 std::string ReceiverTest::file(const std::string& place) const {

@@ -16,6 +16,23 @@
 using std::chrono_literals::operator""ms;
 using std::chrono_literals::operator""s;
 
+// What the receiver prints from its start until the camera's handle may come.
+inline constexpr char kLinesBeforeOptions[] =
+    "DJI Osmo Pro/RAW Wired USB receiver\n"
+    "Board model: Raspberry Pi 4 Model B Rev 1.4\n"
+    "Board supported\n"
+    "Loading camera config file... failed\n";
+inline constexpr char kLinesOfTheBuffers[] =
+    "Init telemetry buffer\n"
+    "Init frame buffer 60003624 bytes\n"
+    "Init frame buffer for transcoding 13003624 bytes\n";
+inline constexpr char kLinesOfTheDevice[] =
+    "Mounting gadgetfs\n"
+    "USB device opened\n"
+    "Gadget init done\n";
+inline const std::string kStartLines =
+    std::string(kLinesBeforeOptions) + kLinesOfTheBuffers + kLinesOfTheDevice;
+
 // Every test starts without the shared-memory objects and leaves none.
 class ReceiverTest : public testing::Test {
   protected:
@@ -30,6 +47,11 @@ class ReceiverTest : public testing::Test {
     // Starts it and takes it to where the reader thread takes bulk data.
     void start_configured(const std::vector<std::string>& arguments = {});
 
+    // Takes the link to where data flows, and the time-out of silence begins anew.
+    void start_receiving();
+    // Waits for the end of a finished link: the start's lines, these, then the end's.
+    void expect_link_end(const std::string& lines);
+
     std::string file(const std::string& place) const;
     void write_file(const std::string& place, const std::string& text) const;
 
@@ -37,7 +59,7 @@ class ReceiverTest : public testing::Test {
     std::unique_ptr<ReceiverProcess> receiver;
 };
 
-// A clip of tests/clips, made by the encoder when the tests started.
+// One of the clips that the encoder made when the tests started.
 Bytes clip(const std::string& name);
 
 // Collects parts from the ring until there are this many, or the time is up.

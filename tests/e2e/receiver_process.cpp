@@ -12,8 +12,6 @@
 #include <sstream>
 #include <stdexcept>
 
-extern char** environ;
-
 namespace {
 
 int count_in(const std::string& text, const std::string& what) {
@@ -163,7 +161,7 @@ std::optional<int> ReceiverProcess::wait_exit(std::chrono::milliseconds timeout)
     return ended_;
 }
 
-std::optional<std::uint16_t> ReceiverProcess::app_port() const {
+std::optional<ReceiverProcess::Socket> ReceiverProcess::app_socket() const {
     const std::string proc = "/proc/" + std::to_string(pid_);
     std::set<std::string> inodes;
     for (const auto& entry : std::filesystem::directory_iterator(proc + "/fd")) {
@@ -182,11 +180,14 @@ std::optional<std::uint16_t> ReceiverProcess::app_port() const {
         for (std::string text; fields >> text;) {
             field.push_back(text);
         }
-        // sl local_address rem_address st queues timer retransmits uid timeout inode ...
-        if (field.size() > 9 && inodes.contains(field[9])) {
-            const auto port = std::stoul(field[1].substr(field[1].find(':') + 1), nullptr, 16);
-            if (port != 6000) {
-                return static_cast<std::uint16_t>(port);
+        // sl local_address rem_address st tx_queue:rx_queue tr:tm->when retrnsmt uid timeout inode
+        // ref pointer drops
+        if (field.size() > 12 && inodes.contains(field[9])) {
+            const auto hex = [&field](std::size_t i) {
+                return std::stoul(field[i].substr(field[i].find(':') + 1), nullptr, 16);
+            };
+            if (hex(1) != 6000) {
+                return Socket{static_cast<std::uint16_t>(hex(1)), hex(4), std::stoul(field[12])};
             }
         }
     }

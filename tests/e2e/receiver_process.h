@@ -38,8 +38,13 @@ class ReceiverProcess {
     // Waits for the end: the exit status, or minus the signal that killed it.
     std::optional<int> wait_exit(std::chrono::milliseconds timeout);
 
-    // Local port of the socket to the main application: the one that is not 6000.
-    std::optional<std::uint16_t> app_port() const;
+    // The socket to the main application: the one whose port is not 6000.
+    struct Socket {
+        std::uint16_t port;
+        unsigned long unread;  // bytes that wait in it
+        unsigned long drops;   // datagrams that found no room
+    };
+    std::optional<Socket> app_socket() const;
     // A number of /proc/PID/status, e.g. "VmRSS" in kB, "Threads".
     long status(const std::string& key) const;
 

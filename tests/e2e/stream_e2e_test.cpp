@@ -1,5 +1,7 @@
 // The main job: the camera's byte stream in, the live video out of shared memory.
 
+#include <signal.h>
+
 #include <algorithm>
 #include <thread>
 
@@ -183,22 +185,43 @@ INSTANTIATE_TEST_SUITE_P(
                 ""},
         Garbage{"LongNoise", Bytes(300, 0x5A), ""}));
 
-TEST_F(Stream, LargestPayloadPassesAndOneMoreByteOverflows) {
+TEST_F(Stream, LargestPayloadPasses) {
     start_configured();
-    Bytes largest(kLargestPassingPayload, 0x11);
-    Bytes larger(49479, 0x22);
-    const Bytes live = {0, 0, 0, 1, 0x41, 'z'};
-    // Nothing else shares the transfers: each begins with an empty buffer.
-    std::vector<Bytes> parts;
-    std::thread camera(
-        [&] { EXPECT_TRUE(board->bulk_out(video_envelope(largest) + Bytes(1, 0x55))); });
-    parts = parts_from_ring(2, 20s);
-    camera.join();
+    const Bytes largest(kLargestPassingPayload, 0x11);
+    const std::vector<Bytes> parts = play(video_envelope(largest) + Bytes(1, 0x55), 2);
     ASSERT_EQ(parts.size(), 2U) << receiver->output();
     EXPECT_EQ(parts[1], largest);
-    // The 0x55 of before is still held, so that this is one byte too many by far.
-    ASSERT_TRUE(board->bulk_out(video_envelope(larger)));
+    EXPECT_EQ(receiver->count("Buffer overflowed\n"), 0);
+}
+
+TEST_F(Stream, OneByteMoreThanTheLargestPayloadOverflows) {
+    start_configured();
+    const Bytes larger(kLargestPassingPayload + 1, 0x22);
+    ASSERT_TRUE(board->bulk_out(video_envelope(larger) + Bytes(1, 0x55)));
     ASSERT_TRUE(receiver->wait_for("Buffer overflowed\n", 5s)) << receiver->output();
+    // Nothing is left of it: the next envelope is found at once.
+    const Bytes live = {0, 0, 0, 1, 0x41, 'z'};
+    const std::vector<Bytes> parts = play(video_envelope(live) + filler(), 2);
+    ASSERT_EQ(parts.size(), 2U) << receiver->output();
+    EXPECT_EQ(parts[1], live);
+}
+
+TEST_F(Stream, SignalsEndItUnderLoad) {
+    for (const int number : {SIGTERM, SIGINT}) {
+        start_configured();
+        const std::vector<Bytes> chunks = video_chunks(clip("1920x1080-5.h264"), kChunk);
+        const Bytes stream = camera_stream(chunks, 1);
+        std::thread camera([&] {
+            while (board->bulk_out(stream)) {
+            }
+        });
+        EXPECT_TRUE(receiver->wait_for("resolution changed to 1920x1080\n", 5s));
+        receiver->signal(number);
+        EXPECT_EQ(receiver->wait_exit(5s), 1) << receiver->output();
+        EXPECT_TRUE(receiver->output().ends_with("signal " + std::to_string(number) + " handler\n"))
+            << receiver->output();
+        camera.join();
+    }
 }
 
 TEST_F(Stream, NoiseWithoutAHeaderNeverStopsTheReader) {
@@ -239,10 +262,14 @@ TEST_F(Stream, ParameterSetThatEndsEarlyIsAnAssertionFailure) {
     ASSERT_TRUE(board->bulk_out(video_envelope(cut) + filler()));
     // The abort's signal is one of the handled ones.
     ASSERT_EQ(receiver->wait_exit(5s), 1) << receiver->output();
-    EXPECT_TRUE(receiver->lines_without_delta().ends_with(
-        "camera-usb-receiver: ../../../include/h264parse.h:14: ReadBit: Assertion "
-        "`m_nCurrentBit <= m_nLength * 8' failed.\nsignal 6 handler\n"))
-        << receiver->output();
+    EXPECT_EQ(receiver->lines_without_delta(),
+              kStartLines +
+                  "USB connected\n"
+                  "Live stream video resolution changed to 1280x720\n"
+                  "Clear frame shared memory\n"
+                  "camera-usb-receiver: ../../../include/h264parse.h:14: ReadBit: Assertion "
+                  "`m_nCurrentBit <= m_nLength * 8' failed.\n"
+                  "signal 6 handler\n");
 }
 
 TEST_F(Stream, ResolutionFollowsTheStream) {

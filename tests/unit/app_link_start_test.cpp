@@ -1,8 +1,10 @@
 // The main application's side as a whole: channel, messages, telemetry thread, on the real clock.
 #include "app/app_link_start.h"
 
+#include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -12,6 +14,7 @@
 #include "app/millisecond_clock.h"
 #include "link/app_link.h"
 #include "link/telemetry_thread.h"
+#include "link_start_calls.h"
 #include "udp_peer.h"
 
 namespace {
@@ -30,13 +33,47 @@ bool wait_for_presence(bool present) {
     return true;
 }
 
-TEST(AppLinkStartDeathTest, NoSocketFailsTheStart) {
+int note_thread(ThreadBody body) {
+    fprintf(stderr, body == telemetry_thread ? "telemetry thread\n" : "other thread\n");
+    return 0;
+}
+
+TEST(AppLinkStartDeathTest, NoSocketFailsTheStartBeforeAnyThread) {
     const auto start_without_descriptors = [] {
         const rlimit none = {0, 0};
         setrlimit(RLIMIT_NOFILE, &none);
+        thread_hook = note_thread;
         _exit(app_link_start("127.0.0.1", 5000) == -1 ? 0 : 1);
     };
     EXPECT_EXIT(start_without_descriptors(), testing::ExitedWithCode(0), testing::Eq(""));
+}
+
+TEST(AppLinkStartDeathTest, ChannelIsOpenedWithAllSetAndTheTelemetryStartsAfterIt) {
+    const auto start = [] {
+        socket_hook = [](int /*socket*/) {
+            fprintf(stderr, "socket, %d bytes, found %d, lost %d\n",
+                    app_link.rx_buffer == nullptr ? 0 : app_link.rx_buffer_size,
+                    app_link.on_peer_found != nullptr, app_link.on_peer_lost != nullptr);
+        };
+        thread_hook = note_thread;
+        _exit(app_link_start("127.0.0.1", 5000) == 0 ? 0 : 1);
+    };
+    EXPECT_EXIT(start(), testing::ExitedWithCode(0),
+                testing::Eq("socket, 10000 bytes, found 1, lost 1\n"
+                            "other thread\n"
+                            "telemetry thread\n"));
+}
+
+TEST(AppLinkStartDeathTest, WithoutAThreadForTheTelemetryTheStartSucceeds) {
+    const auto start = [] {
+        thread_hook = [](ThreadBody body) {
+            note_thread(body);
+            return body == telemetry_thread ? EAGAIN : 0;
+        };
+        _exit(app_link_start("127.0.0.1", 5000) == 0 ? 0 : 1);
+    };
+    EXPECT_EXIT(start(), testing::ExitedWithCode(0),
+                testing::Eq("other thread\ntelemetry thread\n"));
 }
 
 TEST(AppLinkStart, MainApplicationComesAndGoes) {
@@ -51,11 +88,9 @@ TEST(AppLinkStart, MainApplicationComesAndGoes) {
     const std::uint16_t port = bound_port(app_link.socket);
     ASSERT_NE(port, 0);
 
-    // A datagram as long as the buffer: nothing of it stands where its NUL byte must be.
     const UdpPeer peer;
-    ASSERT_TRUE(peer.send(numbered_bytes(10001), port));
+    ASSERT_TRUE(peer.send({'!'}, port));
     ASSERT_TRUE(wait_for_presence(true));
-    EXPECT_EQ(app_link.rx_buffer[10000], 0);
 
     // The presence is looked at once a second and allows for one of silence.
     const std::uint32_t last = app_link.last_receive_ms;

@@ -13,6 +13,7 @@
 
 #include "event_list.h"
 #include "fake_clock.h"
+#include "link_start_calls.h"
 #include "udp_peer.h"
 
 namespace {
@@ -27,19 +28,38 @@ constexpr std::int64_t kSomeTimeMs = 1700000000123;  // 0xCFE5687B in 32 bits
 EventList<std::string> events;
 Bytes last_buffer;  // whole, as it was in the last callback
 
+// The record as a callback finds it.
+struct PeerRecord {
+    std::uint32_t last_receive_ms;
+    std::string host;
+    std::uint16_t port;
+    std::uint32_t bytes_received;
+    bool operator==(const PeerRecord&) const = default;
+};
+std::vector<PeerRecord> records;  // of the plain callbacks and the connected one, as they came
+
+void note_record() {
+    const char* host = app_link.peer_host;
+    records.push_back({app_link.last_receive_ms, host == nullptr ? "none" : host,
+                       app_link.peer_port, app_link.bytes_received});
+}
+
 std::string sender(const char* host, std::uint16_t port) {
     return std::string(host) + ":" + std::to_string(port);
 }
 
 void on_found() {
+    note_record();
     events.add("found");
 }
 
 void on_lost() {
+    note_record();
     events.add("lost");
 }
 
 void on_connected(const char* host, std::uint16_t port) {
+    note_record();
     events.add("connected " + sender(host, port));
 }
 
@@ -67,7 +87,9 @@ class AppLinkChannel : public testing::Test {
         app_link_set_lost_callback(on_lost);
         app_link_set_connected_callback(on_connected);
         app_link_set_datagram_callback(on_datagram);
+        socket_hook = set_unwanted_flags;
         open_channel();
+        socket_hook = nullptr;
     }
 
     void SetUp() override {
@@ -75,7 +97,9 @@ class AppLinkChannel : public testing::Test {
         app_link.last_receive_ms = 0;
         app_link.peer_host = nullptr;
         app_link.peer_port = 0;
+        app_link.bytes_received = 0;
         events.clear();
+        records.clear();
     }
 
     void TearDown() override { fake_clock_ms = -1; }
@@ -85,6 +109,7 @@ class AppLinkChannel : public testing::Test {
         ASSERT_TRUE(peer.send({'!'}, channel_port()));
         ASSERT_EQ(events.wait_for(3).size(), 3U);
         events.clear();
+        records.clear();
     }
 };
 
@@ -115,6 +140,25 @@ TEST_F(AppLinkChannel, FirstDatagramFindsThePeerBeforeItIsHandedOn) {
     EXPECT_EQ(events.wait_for(3), (Events{"found", "connected " + from, "3 from " + from}));
     EXPECT_EQ(app_link.last_receive_ms, 0xCFE5687B);
     EXPECT_EQ(app_link.peer_port, peer.port());
+}
+
+TEST_F(AppLinkChannel, PeerIsInTheRecordAndItsTimeIsNotWhenItIsFound) {
+    const UdpPeer peer("127.0.0.2");
+    ASSERT_TRUE(peer.send({'!', '{', '}'}, channel_port()));
+    ASSERT_EQ(events.wait_for(3).size(), 3U);
+    const PeerRecord expected = {0, "127.0.0.2", peer.port(), 3};
+    EXPECT_EQ(records, (std::vector<PeerRecord>{expected, expected}));
+}
+
+TEST_F(AppLinkChannel, PeerIsStillInTheRecordWhenItIsLost) {
+    const UdpPeer peer("127.0.0.2");
+    be_found(peer);
+    fake_clock_ms = kSomeTimeMs + 1001;
+    app_link_check_presence();
+    EXPECT_EQ(records, (std::vector<PeerRecord>{{0xCFE5687B, "127.0.0.2", peer.port(), 1}}));
+    EXPECT_EQ(app_link.peer_host, nullptr);
+    EXPECT_EQ(app_link.peer_port, 0);
+    EXPECT_EQ(app_link.last_receive_ms, 0U);
 }
 
 TEST_F(AppLinkChannel, LaterDatagramsFromAnySenderFindNobodyAgain) {
@@ -338,6 +382,18 @@ TEST(AppLinkDeathTest, NoSocketFailsTheOpen) {
     EXPECT_EXIT(open_without_descriptors(), ExitedWithCode(0), Eq(""));
 }
 
+TEST(AppLinkDeathTest, OpenWithoutAThreadSucceeds) {
+    const auto open_without_thread = [] {
+        static int refused = 0;
+        thread_hook = [](ThreadBody /*body*/) {
+            ++refused;
+            return EAGAIN;
+        };
+        _exit(app_link_open(0, 1000, true) == 0 && refused == 1 ? 0 : 1);
+    };
+    EXPECT_EXIT(open_without_thread(), ExitedWithCode(0), Eq(""));
+}
+
 TEST(AppLinkDeathTest, OpenTakesTheGivenPort) {
     const auto open_given = [] {
         const std::uint16_t free_port = UdpPeer().port();
@@ -376,6 +432,11 @@ TEST(AppLinkDeathTest, WithoutClearingTheOldBytesStay) {
 TEST(AppLinkDeathTest, WithoutCallbacksThePeerIsForgottenButKeepsItsName) {
     const auto come_and_go = [] {
         fake_clock_ms = kSomeTimeMs;
+        app_link_set_found_callback(nullptr);
+        app_link_set_lost_callback(nullptr);
+        app_link_set_connected_callback(nullptr);
+        app_link_set_datagram_callback(nullptr);
+        app_link.last_receive_ms = 0;
         open_channel();
         const UdpPeer peer;
         peer.send({1, 2, 3}, channel_port());

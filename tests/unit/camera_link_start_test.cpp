@@ -1,6 +1,7 @@
 // The start of the camera's side: the device first, the watchdog over it only when there is one.
 #include "app/camera_link_start.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 
 #include "app/supervision.h"
 #include "event_list.h"
+#include "link_start_calls.h"
 #include "usb/gadget.h"
 
 namespace {
@@ -46,6 +48,22 @@ TEST(CameraLinkStart, WithoutADeviceThereIsNoWatchdog) {
     // A watchdog would be seen at the latest before the one of a start that succeeds.
     EXPECT_EQ(camera_link_start(), 0);
     EXPECT_EQ(calls.wait_for(3), (Calls{"gadget_start", "gadget_start", "watchdog"}));
+}
+
+TEST(CameraLinkStart, WithoutAThreadForTheWatchdogTheStartSucceeds) {
+    static int refused = 0;
+    calls.clear();
+    testing::internal::CaptureStderr();
+    thread_hook = [](ThreadBody body) {
+        EXPECT_EQ(body, &usb_watchdog_thread);
+        ++refused;
+        return EAGAIN;
+    };
+    EXPECT_EQ(camera_link_start(), 0);
+    thread_hook = nullptr;
+    EXPECT_EQ(refused, 1);
+    EXPECT_EQ(calls.wait_for(1), (Calls{"gadget_start"}));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdarg.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -38,6 +39,8 @@ struct FakeGadgetfs {
     std::set<std::string> refuses_open;
     std::set<std::string> refuses_write;
     std::set<std::string> refuses_clear_halt;
+    std::set<std::string> broken;      // reads fail
+    bool data_cancels_reader = false;  // who reads data is cancelled in that moment
 
     // "FILE write 01 02", "FILE write" and "FILE read" for no bytes, "FILE clear-halt",
     // "FILE close", "FILE waits" as a read begins; in the order of the calls.
@@ -84,6 +87,24 @@ inline bool fake_read_ends_here(int fd, std::size_t size) {
     }
     fake_call(name + (size == 0 ? " read" : " waits"));
     return size == 0;
+}
+
+// What a read returns for what the socket had to say. A socket that is shut down reads as at its
+// end, where the kernel's file fails.
+inline ssize_t fake_read_result(int fd, ssize_t result) {
+    const std::lock_guard lock(fake.mutex);
+    const auto file = fake.files.find(fd);
+    if (file == fake.files.end()) {
+        return result;
+    }
+    if (result == 0 && fake.broken.count(file->second) > 0) {
+        errno = ESHUTDOWN;
+        return -1;
+    }
+    if (result > 0 && fake.data_cancels_reader) {
+        pthread_cancel(pthread_self());
+    }
+    return result;
 }
 
 extern "C" {
@@ -145,7 +166,7 @@ int __wrap_close(int fd) {
 // No locals in memory: a thread is cancelled in here, and the address sanitizer does not clear the
 // stack that a cancellation unwinds.
 ssize_t __wrap_read(int fd, void* buffer, std::size_t size) {
-    return fake_read_ends_here(fd, size) ? 0 : __real_read(fd, buffer, size);
+    return fake_read_ends_here(fd, size) ? 0 : fake_read_result(fd, __real_read(fd, buffer, size));
 }
 
 ssize_t __wrap_write(int fd, const void* bytes, std::size_t length) {
@@ -200,7 +221,8 @@ int __wrap_closedir(DIR* directory) {
 }
 }
 
-// The files of a Raspberry Pi 4, as the kernel lists them once the device is described.
+// The control file of a Raspberry Pi 4, with endpoint files as a controller lists them whose names
+// tell the type. The Pi's own are called ep2out and ep6in: both kinds of names fit.
 inline void fake_reset() {
     const std::lock_guard lock(fake.mutex);
     for (const auto& [name, fd] : fake.peers) {
@@ -212,6 +234,8 @@ inline void fake_reset() {
     fake.refuses_open.clear();
     fake.refuses_write.clear();
     fake.refuses_clear_halt.clear();
+    fake.broken.clear();
+    fake.data_cancels_reader = false;
     fake.calls.clear();
 }
 
@@ -241,8 +265,10 @@ inline void fake_send(const std::string& name, const Bytes& bytes) {
     send(fake.peers.at(name), bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }
 
-// From now on the file's reads fail.
+// From now on the file's reads fail with ESHUTDOWN, the one that waits too.
 inline void fake_break(const std::string& name) {
+    const std::lock_guard lock(fake.mutex);
+    fake.broken.insert(name);
     shutdown(fake.peers.at(name), SHUT_RDWR);
 }
 

@@ -2,6 +2,7 @@
 #include "app/focus_config.h"
 
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -12,6 +13,25 @@
 
 #include "app/system_paths.h"
 #include "temporary_root.h"
+
+namespace {
+bool print_closes = false;
+}  // namespace
+
+extern "C" {
+
+int __real_fclose(FILE* file);
+int __wrap_fclose(FILE* file);
+
+int __wrap_fclose(FILE* file) {
+    const int result = __real_fclose(file);
+    if (print_closes) {
+        fprintf(stderr, "[close]\n");
+    }
+    return result;
+}
+
+}  // extern "C"
 
 namespace {
 
@@ -42,6 +62,16 @@ class FocusConfig : public testing::Test {
     std::string save() {
         testing::internal::CaptureStderr();
         focus_config_save();
+        return testing::internal::GetCapturedStderr();
+    }
+
+    // Its lines with the commands and the closing of the file between them.
+    std::string save_step_by_step() {
+        root_.after_each_command("echo \"[${0##*/} $*]\" >&2");
+        testing::internal::CaptureStderr();
+        print_closes = true;
+        focus_config_save();
+        print_closes = false;
         return testing::internal::GetCapturedStderr();
     }
 
@@ -78,6 +108,9 @@ const LoadCase kLoadCases[] = {
     {"NoNumbers",        "mf_min=abc\nmf_max=\n",                 0,   0},
     {"NumberWithTail",   "mf_min=12abc\nmf_max=0x10\n",           12,  0},
     {"LineWithoutEquals", "mf_min\nmf_max=2\n",                   0,   2},
+    {"Continuation",     "mf_min=1\n  5\nmf_max=2\n",             5,   2},
+    {"ContinuedAfterAnEmptyLine", "mf_max=1\n\n\t-6\n",           0,   -6},
+    {"ContinuedInASection", "[focus]\nmf_min=1\n  5\n",           0,   0},
     {"UnclosedSection",  "[focus\nmf_min=1\nmf_max=2\n",          1,   2},
     {"Empty",            "",                                      0,   0},
     {"Limits",           "mf_min=-2147483648\nmf_max=2147483647\n",
@@ -125,11 +158,25 @@ TEST_F(FocusConfig, BinaryFileDoesNoHarm) {
     EXPECT_EQ(load(bytes + "\nmf_max=6\n"), 0);
 }
 
+// The parser takes 199 characters as a line, and what follows as the next one.
+TEST_F(FocusConfig, LongLineIsCutAndItsRestIsALineOfItsOwn) {
+    EXPECT_EQ(load("#" + std::string(198, 'x') + "mf_max=7\nmf_min=5\n"), 0);
+    expect_limits(5, 7);
+    EXPECT_EQ(load("#" + std::string(197, 'x') + "mf_max=7\nmf_min=5\n"), 0);
+    expect_limits(5, 0);
+    EXPECT_EQ(load("#" + std::string(199, 'x') + "mf_max=7\nmf_min=5\n"), 0);
+    expect_limits(5, 0);
+    // The rest of a value begins with a space here: it continues the key.
+    EXPECT_EQ(load("mf_max=12" + std::string(300, ' ') + "13\nmf_min=5\n"), 0);
+    expect_limits(5, 13);
+}
+
 TEST_F(FocusConfig, LinesWithoutEndDoNoHarm) {
     EXPECT_EQ(load(std::string(1000000, 'x')), 0);
     expect_limits(0, 0);
     EXPECT_EQ(load("mf_min=5\nmf_max=" + std::string(1000000, '9') + "\n"), 0);
-    EXPECT_EQ(focus_config_get()->mf_min, 5);
+    // As many nines as the first piece of the line has: strtol() stops at its largest number.
+    expect_limits(5, static_cast<std::int32_t>(std::numeric_limits<long>::max()));
 }
 
 TEST_F(FocusConfig, FileOfAGigabyteIsReadInSeconds) {
@@ -175,6 +222,24 @@ TEST_F(FocusConfig, SaveRemountsBeforeAndAfter) {
     save();
     EXPECT_EQ(root_.shell_commands(),
               (Commands{"mount -o rw,remount /boot", "umount /boot", "mount /boot"}));
+}
+
+TEST_F(FocusConfig, SaveIsAnnouncedFirstAndReportedWithTheFileClosed) {
+    EXPECT_EQ(save_step_by_step(),
+              "Saving config\n"
+              "[mount -o rw,remount /boot]\n"
+              "[close]\n"
+              "Camera config saved\n"
+              "[umount /boot]\n"
+              "[mount /boot]\n");
+}
+
+TEST_F(FocusConfig, FailingSaveIsAnnouncedFirstAndReportedAfterTheRemount) {
+    root_.remove("/boot");
+    EXPECT_EQ(save_step_by_step(),
+              "Saving config\n"
+              "[mount -o rw,remount /boot]\n"
+              "Failed to save camera config\n");
 }
 
 TEST_F(FocusConfig, SaveWritesBetweenTheRemounts) {

@@ -27,7 +27,6 @@ namespace {
 
 using testing::Each;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr char kLive[] = "vantarel_framebuffer";

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pthread.h>
+#include <stdio.h>
 
 #include <new>
 
@@ -22,7 +23,9 @@ using testing::internal::GetCapturedStderr;
 
 namespace {
 
-std::vector<std::string> steps;  // what the code under test did beyond the gadget files
+// What the code under test did beyond the gadget files. Pauses and the reader's stop are among the
+// calls instead, where their place in the order is seen.
+std::vector<std::string> steps;
 bool allocation_fails = false;
 bool mutex_fails = false;
 bool thread_fails = false;
@@ -31,7 +34,10 @@ int bridge_result = 0;
 std::vector<useconds_t> sleeps;
 short polled_events = 0;
 int polled_timeout = 0;
+short forced_events = 0;  // what poll returns at once; 0: what the file has
 int busy_in_poll = 0;
+int handling_in_poll = 0;
+int handling_in_event = 0;
 
 }  // namespace
 
@@ -47,11 +53,12 @@ bool usb_reader_start() {
         return false;
     }
     steps.push_back("start reader");
+    handling_in_event = usb_link.handling_events;
     usb_link.reader = 1;
     return true;
 }
 void usb_reader_stop() {
-    steps.push_back("stop reader");
+    fake_call("stop reader");
 }
 
 void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
@@ -70,6 +77,11 @@ int __wrap_poll(pollfd* files, nfds_t count, int timeout) {
     polled_events = files->events;
     polled_timeout = timeout;
     busy_in_poll = usb_link.busy;
+    handling_in_poll = usb_link.handling_events;
+    if (forced_events != 0) {
+        files->revents = forced_events;
+        return 1;
+    }
     if (poll_fails) {
         errno = ENOMEM;
         return -1;
@@ -84,6 +96,7 @@ int __wrap_system(const char* command) {
 
 int __wrap_usleep(useconds_t time) {
     sleeps.push_back(time);
+    fake_call("pause " + std::to_string(time) + ", stop flag " + std::to_string(usb_link.stop));
     usb_link.busy = 0;  // whom a wait in a loop waits for
     return 0;
 }
@@ -100,10 +113,34 @@ namespace {
 
 const std::string kControl = "fe980000.usb";
 const Bytes kDisconnect = {0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0};
+const Bytes kConnectFull = {2, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0};
 const Bytes kConnectHigh = {3, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0};
 const Bytes kSuspend = {0, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 0};
 const Bytes kConfigure2 = {0x00, 9, 2, 0, 0, 0, 0, 0, 3, 0, 0, 0};
 const Bytes kConfigure0 = {0x00, 9, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0};
+
+// While it lives, each line that is printed is among the calls.
+class LinesAmongCalls {
+  public:
+    LinesAmongCalls() {
+        cookie_io_functions_t functions{};
+        functions.write = [](void* /*cookie*/, const char* text, std::size_t length) {
+            fake_call("prints " + std::string(text, length));
+            return static_cast<ssize_t>(length);
+        };
+        stderr = fopencookie(nullptr, "w", functions);
+        setvbuf(stderr, nullptr, _IOLBF, 0);
+    }
+    LinesAmongCalls(const LinesAmongCalls&) = delete;
+    LinesAmongCalls& operator=(const LinesAmongCalls&) = delete;
+    ~LinesAmongCalls() {
+        fclose(stderr);
+        stderr = before_;
+    }
+
+  private:
+    FILE* before_ = stderr;
+};
 
 class Gadget : public testing::Test {
   protected:
@@ -111,6 +148,9 @@ class Gadget : public testing::Test {
         fake_reset();
         allocation_fails = mutex_fails = thread_fails = poll_fails = false;
         bridge_result = 0;
+        forced_events = 0;
+        busy_in_poll = handling_in_poll = handling_in_event = 0;
+        usb_link.handling_events = 0;
         usb_link.in_endpoint = nullptr;
         usb_link.out_endpoint = nullptr;
         usb_link.reader = 0;
@@ -175,6 +215,26 @@ TEST_F(Gadget, StartReportsAFailedInit) {
               "Mounting gadgetfs\n"
               "Couldn't open USB device\n"
               "Gadget init failed\n");
+}
+
+TEST_F(Gadget, StartReportsMissingMemory) {
+    allocation_fails = true;
+    CaptureStderr();
+    EXPECT_EQ(gadget_start(), 1);
+    EXPECT_EQ(GetCapturedStderr(),
+              "Mounting gadgetfs\n"
+              "Couldn't allocate memory\n"
+              "Gadget init failed\n");
+}
+
+TEST_F(Gadget, StartReportsAMissingMutexOnTheSameLine) {
+    mutex_fails = true;
+    CaptureStderr();
+    EXPECT_EQ(gadget_start(), 1);
+    EXPECT_EQ(GetCapturedStderr(),
+              "Mounting gadgetfs\n"
+              "USB device opened\n"
+              "Mutex init failedGadget init failed\n");
 }
 
 TEST_F(Gadget, InitTakesTheLinkIntoItsFirstState) {
@@ -252,6 +312,32 @@ TEST_F(Gadget, PollWaitsForTheReadWhileDataFlows) {
     EXPECT_EQ(sleeps, std::vector<useconds_t>{1000});
 }
 
+TEST_F(Gadget, PassIsMarkedInItsPollAndInItsEvents) {
+    start();
+    pass(kConfigure2);
+    EXPECT_EQ(handling_in_poll, 1);
+    EXPECT_EQ(handling_in_event, 1);  // as the reader was started
+    EXPECT_EQ(usb_link.handling_events, 0);
+}
+
+TEST_F(Gadget, ControlFileIsReadForPollInAlone) {
+    start();
+    for (const int events : {POLLPRI, POLLHUP, POLLERR, POLLPRI | POLLHUP | POLLERR}) {
+        forced_events = static_cast<short>(events);
+        fake_send(kControl, kDisconnect);  // so that a read would not wait
+        CaptureStderr();
+        EXPECT_EQ(gadget_poll(), 1);
+        EXPECT_EQ(GetCapturedStderr(), "");
+        const std::lock_guard lock(fake.mutex);
+        EXPECT_EQ(fake.calls, Calls{}) << events;  // not even a read that waits
+    }
+    forced_events = POLLIN | POLLHUP;
+    fake_send(kControl, kDisconnect);
+    CaptureStderr();
+    EXPECT_EQ(gadget_poll(), 1);
+    EXPECT_EQ(GetCapturedStderr(), "USB disconnected\n");
+}
+
 TEST_F(Gadget, PollAnswersTheHost) {
     start();
     EXPECT_EQ(pass({0x80, 6, 0, 3, 0, 0, 255, 0, 3, 0, 0, 0}), "");
@@ -280,10 +366,11 @@ TEST_F(Gadget, StopFlagEndsTheLinkWithoutALookAtTheEvents) {
 
 TEST_F(Gadget, FailedReadOfTheControlFileDoesNotEndTheLink) {
     start();
-    fake_break(kControl);  // readable from now on, and at its end
+    usb_gadget_set_debug_level(usb_link.handle, 2);
+    fake_break(kControl);  // readable from now on, and each read fails
     CaptureStderr();
     EXPECT_EQ(gadget_poll(), 1);
-    EXPECT_EQ(GetCapturedStderr(), "");
+    EXPECT_EQ(GetCapturedStderr(), "");  // not even a number of events
 }
 
 // -- events --------------------------------------------------------------------------------------
@@ -359,9 +446,9 @@ TEST_F(Gadget, DisabledEndpointsAreToldApartByTheirNumbers) {
 TEST_F(Gadget, DisconnectStopsTheReader) {
     start();
     pass(kConfigure2);
-    steps.clear();
+    take_calls();
     EXPECT_EQ(pass(kDisconnect), "USB disconnected\n");
-    EXPECT_EQ(steps, std::vector<std::string>{"stop reader"});
+    EXPECT_EQ(take_calls(), Calls{"stop reader"});
 }
 
 TEST_F(Gadget, ConnectAndSuspendSayNothing) {
@@ -369,6 +456,7 @@ TEST_F(Gadget, ConnectAndSuspendSayNothing) {
     EXPECT_EQ(pass(kConnectHigh), "");
     EXPECT_EQ(pass(kSuspend), "");
     EXPECT_TRUE(steps.empty());
+    EXPECT_EQ(take_calls(), Calls{});
 }
 
 TEST_F(GadgetDeathTest, ReaderThatCannotBeStartedIsAnAssertionFailure) {
@@ -408,6 +496,28 @@ TEST_F(Gadget, PacketOf513BytesFailsAtHighSpeed) {
     EXPECT_EQ(camera_send(packet.data(), 512), 512);
 }
 
+TEST_F(Gadget, PacketOf65BytesFailsAtFullSpeed) {
+    start();
+    pass(kConnectFull);
+    pass(kConfigure2);
+    take_calls();
+    const Bytes packet(65, 0x55);
+    EXPECT_EQ(camera_send(packet.data(), 65), -1);
+    EXPECT_EQ(take_calls(), Calls{});
+    EXPECT_EQ(camera_send(packet.data(), 64), 64);
+    EXPECT_EQ(take_calls(), Calls{"ep6in-bulk write" + hex(packet.data(), 64)});
+}
+
+TEST_F(Gadget, SendingOnceTheEndpointIsDisabledSendsNothing) {
+    start();
+    pass(kConfigure2);
+    pass(kConfigure0);
+    take_calls();
+    const std::uint8_t packet[] = {0x55};
+    EXPECT_EQ(camera_send(packet, 1), 0);
+    EXPECT_EQ(take_calls(), Calls{});
+}
+
 TEST_F(Gadget, PacketThatTheKernelRefusesFails) {
     start();
     pass(kConfigure2);
@@ -418,12 +528,28 @@ TEST_F(Gadget, PacketThatTheKernelRefusesFails) {
 
 // -- end -----------------------------------------------------------------------------------------
 
-TEST_F(Gadget, ExitStopsTheReaderAndClosesTheDevice) {
+TEST_F(Gadget, ExitGivesTheSendersAPauseThenClosesTheDevice) {
+    start();
+    pass(kConfigure2);
+    take_calls();
+    {
+        const LinesAmongCalls lines;
+        gadget_exit();
+    }
+    EXPECT_EQ(take_calls(), (Calls{
+                                "pause 200000, stop flag 1",
+                                "stop reader",
+                                "fe980000.usb close",
+                                "ep2out-bulk close",
+                                "ep6in-bulk close",
+                                "prints Exit gadget\n",
+                            }));
+}
+
+TEST_F(Gadget, ExitLeavesNothingOfTheLink) {
     start();
     pass(kConfigure2);
     usb_link.receiving = 1;
-    take_calls();
-    steps.clear();
     CaptureStderr();
     gadget_exit();
     EXPECT_EQ(GetCapturedStderr(), "Exit gadget\n");
@@ -431,9 +557,6 @@ TEST_F(Gadget, ExitStopsTheReaderAndClosesTheDevice) {
     EXPECT_FALSE(gadget_is_receiving());
     EXPECT_EQ(gadget_last_rx_ms(), 0U);
     EXPECT_EQ(usb_link.receive_buffer, nullptr);
-    EXPECT_EQ(sleeps, std::vector<useconds_t>{200000});
-    EXPECT_EQ(steps, std::vector<std::string>{"stop reader"});
-    EXPECT_EQ(take_calls(), (Calls{"fe980000.usb close", "ep2out-bulk close", "ep6in-bulk close"}));
     const std::uint8_t packet[] = {0x55};
     EXPECT_EQ(camera_send(packet, 1), 0);
 }

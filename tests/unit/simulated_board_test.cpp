@@ -110,7 +110,7 @@ class Board : public testing::Test {
         return fd;
     }
 
-    std::future<ControlResult> ask(const SetupPacket& setup, Bytes data = {},
+    std::future<ControlResult> ask(const SetupPacket& setup, const Bytes& data = {},
                                    Milliseconds timeout = kSoon) {
         return std::async(std::launch::async, [this, setup, data, timeout] {
             return board.control(setup, data, timeout);

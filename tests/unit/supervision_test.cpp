@@ -19,6 +19,7 @@ using testing::Eq;
 using testing::ExitedWithCode;
 
 constexpr std::int64_t kStartMs = 1700000000123;
+constexpr std::int64_t kWrapMs = 400 * (std::int64_t{1} << 32);  // the low 32 bits are zero
 
 // The link: data arrives during the pauses up to that one, and the poll says stop at that call.
 std::int64_t last_rx_ms = kStartMs;
@@ -26,6 +27,7 @@ int passes_with_data = 0;
 int poll_stops_at = 1000;
 int polls = 0;
 int passes = 0;
+int passes_allowed = 100000;
 bool print_calls = true;
 
 }  // namespace
@@ -51,7 +53,9 @@ extern "C" int usleep(useconds_t microseconds) {
     if (print_calls) {
         fprintf(stderr, "pause %u (active %d)\n", microseconds, link_is_active());
     }
-    ++passes;
+    if (++passes == passes_allowed) {
+        _exit(99);
+    }
     fake_clock_ms += microseconds / 1000;
     if (gadget_is_receiving()) {
         last_rx_ms = fake_clock_ms;
@@ -120,13 +124,37 @@ TEST(SuperviseDeathTest, ClockSetBackIsNoSilence) {
 TEST(SuperviseDeathTest, WrapOfTheClockIsNoSilence) {
     const auto over_the_wrap = [] {
         print_calls = false;
-        fake_clock_ms = 400 * (std::int64_t{1} << 32) - 2500;
+        fake_clock_ms = kWrapMs - 2500;
         last_rx_ms = fake_clock_ms;
         supervise();
     };
     EXPECT_EXIT(over_the_wrap(), ExitedWithCode(2),
                 Eq("delta 0\ndelta 1000\ndelta 2000\ndelta 3000\ndelta 4000\ndelta 5000\n"
                    "delta 6000\nCamera connection timeout\n"));
+}
+
+// Zero is what the end of the link leaves. The silence is then the clock's low 32 bits as a signed
+// number: for 24.8 days more than the limit, for the next 24.8 below zero.
+void supervise_after_the_link_at(std::int64_t now_ms) {
+    last_rx_ms = 0;
+    passes_allowed = 2;
+    print_calls = false;
+    fake_clock_ms = now_ms;
+    supervise();
+}
+
+TEST(SuperviseDeathTest, EndOfTheLinkIsSilenceWhileTheClockIsPositive) {
+    EXPECT_EXIT(supervise_after_the_link_at(kWrapMs + 5001), ExitedWithCode(2),
+                Eq("delta 5001\nCamera connection timeout\n"));
+    EXPECT_EXIT(supervise_after_the_link_at(kWrapMs + 0x7FFFFFFF), ExitedWithCode(2),
+                Eq("delta 2147483647\nCamera connection timeout\n"));
+}
+
+TEST(SuperviseDeathTest, EndOfTheLinkIsNoSilenceWhileTheClockIsNegative) {
+    EXPECT_EXIT(supervise_after_the_link_at(kWrapMs + 0x80000000), ExitedWithCode(99),
+                Eq("delta -2147483648\ndelta -2147482648\n"));
+    EXPECT_EXIT(supervise_after_the_link_at(kWrapMs - 1001), ExitedWithCode(99),
+                Eq("delta -1001\ndelta -1\n"));
 }
 
 TEST(WatchdogDeathTest, PollsUntilTheLinkIsFinished) {
@@ -169,7 +197,7 @@ TEST(WatchdogDeathTest, SilenceIsWatchedWhileTheLinkIsActive) {
 TEST(WatchdogDeathTest, EndOfTheLinkComesBeforeTheSilence) {
     const auto finished = [] {
         poll_stops_at = 1;
-        last_rx_ms = 0;
+        last_rx_ms = kStartMs - 5001;
         watch();
     };
     EXPECT_EXIT(finished(), ExitedWithCode(1),
@@ -185,6 +213,24 @@ TEST(WatchdogDeathTest, ClockSetBackIsNoSilence) {
     EXPECT_EXIT(set_back(), ExitedWithCode(1),
                 Eq("poll (active 0)\npause 500000 (active 0)\n"
                    "poll (active 0)\ngadget_exit()\nUSB receiver exit\n"));
+}
+
+void watch_after_the_link_at(std::int64_t now_ms) {
+    last_rx_ms = 0;
+    passes_allowed = 2;
+    print_calls = false;
+    fake_clock_ms = now_ms;
+    usb_watchdog_thread(nullptr);
+}
+
+TEST(WatchdogDeathTest, EndOfTheLinkIsSilenceWhileTheClockIsPositive) {
+    EXPECT_EXIT(watch_after_the_link_at(kWrapMs + 0x7FFFFFFF), ExitedWithCode(2),
+                Eq("poll (active 0)\nTelemetry receiving timeout\n"));
+}
+
+TEST(WatchdogDeathTest, EndOfTheLinkIsNoSilenceWhileTheClockIsNegative) {
+    EXPECT_EXIT(watch_after_the_link_at(kWrapMs + 0x80000000), ExitedWithCode(99),
+                Eq("poll (active 0)\npoll (active 0)\n"));
 }
 
 TEST(Watchdog, LinkIsNotActiveBeforeItRuns) {

@@ -2,6 +2,8 @@
 #include "link/udp_bridge.h"
 
 #include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -12,6 +14,7 @@
 #include <vector>
 
 #include "event_list.h"
+#include "link_start_calls.h"
 #include "udp_peer.h"
 #include "usb/camera_send.h"
 
@@ -19,7 +22,7 @@ namespace {
 
 EventList<Bytes> sent;
 
-constexpr std::uint16_t kBridgePort = 46017;
+constexpr std::uint16_t kBridgePort = 26017;  // below those that the kernel gives away
 constexpr std::uint16_t kReplyPort = 6000;
 
 // The bridge keeps its socket to itself: found by its port among the process's descriptors.
@@ -49,7 +52,11 @@ namespace {
 // One bridge for all tests that do not end it: its thread cannot be stopped.
 class UdpBridge : public testing::Test {
   protected:
-    static void SetUpTestSuite() { ASSERT_EQ(udp_bridge_open(kBridgePort), 0); }
+    static void SetUpTestSuite() {
+        socket_hook = set_unwanted_flags;
+        ASSERT_EQ(udp_bridge_open(kBridgePort), 0);
+        socket_hook = nullptr;
+    }
     void SetUp() override { sent.clear(); }
 };
 
@@ -60,6 +67,7 @@ TEST_F(UdpBridge, SocketIsBlockingOnAnyAddress) {
     socklen_t length = sizeof(local);
     ASSERT_EQ(getsockname(socket, reinterpret_cast<sockaddr*>(&local), &length), 0);
     EXPECT_EQ(local.sin_addr.s_addr, 0U);
+    EXPECT_EQ(fcntl(socket, F_GETFL) & O_NONBLOCK, 0);
     int protocol = 0;
     length = sizeof(protocol);
     ASSERT_EQ(getsockopt(socket, SOL_SOCKET, SO_PROTOCOL, &protocol, &length), 0);
@@ -166,6 +174,14 @@ TEST(UdpBridgeDeathTest, NoSocketFailsTheOpen) {
         _exit(udp_bridge_open(kBridgePort) == -1 ? 0 : 1);
     };
     EXPECT_EXIT(open_without_descriptors(), testing::ExitedWithCode(0), testing::Eq(""));
+}
+
+TEST(UdpBridgeDeathTest, NoThreadFailsTheOpenWithItsError) {
+    const auto open_without_thread = [] {
+        thread_hook = [](ThreadBody /*body*/) { return EAGAIN; };
+        _exit(udp_bridge_open(0) == EAGAIN ? 0 : 1);
+    };
+    EXPECT_EXIT(open_without_thread(), testing::ExitedWithCode(0), testing::Eq(""));
 }
 
 }  // namespace

@@ -332,6 +332,23 @@ TEST_F(UsbGadgetSetup, HaltIsClearedOnEveryController) {
     }
 }
 
+TEST_F(UsbGadgetSetup, HaltOfAFileThatIsNotOpenIsNotCleared) {
+    set_configuration(2);
+    usb_gadget_set_debug_level(device_, 2);
+    UsbGadgetEndpoint* out = usb_gadget_endpoint(device_, 2);
+    const int in = usb_gadget_endpoint(device_, 6)->fd;
+    const int opened = out->fd;
+    for (const int fd : {-1, 0}) {
+        out->fd = fd;
+        CaptureStderr();
+        EXPECT_EQ(set_interface(), (Calls{"ep6in-bulk clear-halt", kRead})) << fd;
+        EXPECT_TRUE(GetCapturedStderr().ends_with(
+            "usb-gadget: setup: clear halt ep2out-bulk " + std::to_string(fd) + " 0\n" +
+            "usb-gadget: setup: clear halt ep6in-bulk " + std::to_string(in) + " 0\n"));
+    }
+    out->fd = opened;
+}
+
 TEST_F(UsbGadgetSetup, OneRefusedClearHaltStallsAfterTheWholeWalk) {
     set_configuration(2);
     fake.refuses_clear_halt = {"ep2out-bulk"};

@@ -150,11 +150,15 @@ TEST_F(UsbGadget, IncompleteConfigurationsAreRefused) {
 
 TEST_F(UsbGadget, ListsThatDoNotBeginWithAConfigurationAreRefused) {
     constexpr const UsbDescriptor* kEndpointFirst[] = {kFullIn1, kConfiguration, nullptr};
+    static constexpr std::uint8_t kEightBytes[] = {8, 2, 0, 0, 1, 1, 0, 0xC0};
+    constexpr const UsbDescriptor* kShort[] = {kEightBytes, kFullIn1, nullptr};
     constexpr const UsbDescriptor* kEmpty[] = {nullptr};
     const UsbGadgetDeviceConfig configs[] = {
         {kDevice, kEndpointFirst, nullptr, nullptr},
+        {kDevice, kShort, nullptr, nullptr},
         {kDevice, kEmpty, nullptr, nullptr},
         {kDevice, kFullSpeedOnly, kEndpointFirst, nullptr},
+        {kDevice, kFullSpeedOnly, kShort, nullptr},
         {kDevice, kFullSpeedOnly, kEmpty, nullptr},
     };
     for (const UsbGadgetDeviceConfig& config : configs) {
@@ -184,7 +188,9 @@ TEST_F(UsbGadget, DeviceDescriptorThatDoesNotFitIsRefused) {
     list.insert(list.end(), 28, filler);
     list.push_back(nullptr);
     const UsbGadgetDeviceConfig config{kDevice, list.data(), nullptr, nullptr};
+    errno = 0;
     EXPECT_EQ(usb_gadget_open(&config), nullptr);
+    EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(take_calls(), Calls{"fe980000.usb close"});
 }
 

@@ -4,9 +4,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 #include "app/millisecond_clock.h"
 #include "tests/unit/fake_gadgetfs.h"
@@ -30,10 +35,13 @@ Bytes seen;                      // the buffer at the last call
 int demux_result = 0;
 bool demux_consumes = false;
 bool demux_stops_the_link = false;
+bool demux_cancels_its_thread = false;
+int demux_cancel_state = -1;  // at the last call
 
 std::mutex sleep_mutex;
 std::condition_variable sleep_called;
 std::vector<useconds_t> sleeps;
+std::atomic<pid_t> newest_reader;  // the thread that last began with its long sleep
 
 void note_sleep(useconds_t time) {
     const std::lock_guard lock(sleep_mutex);
@@ -44,6 +52,11 @@ void note_sleep(useconds_t time) {
 }  // namespace
 
 int usb_stream_demux(std::uint8_t* buffer, std::size_t* fill_count) {
+    if (demux_cancels_its_thread) {
+        pthread_cancel(pthread_self());
+    }
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &demux_cancel_state);
+    pthread_setcancelstate(demux_cancel_state, nullptr);
     const std::lock_guard lock(demux_mutex);
     fills.push_back(*fill_count);
     seen.assign(buffer, buffer + *fill_count);
@@ -63,6 +76,9 @@ int __wrap_usleep(useconds_t time);
 
 // Long pauses are noted and cut to a millisecond; still a cancellation point.
 int __wrap_usleep(useconds_t time) {
+    if (time == 1000000) {
+        newest_reader = gettid();
+    }
     note_sleep(time);
     return __real_usleep(time < 1000 ? time : 1000);
 }
@@ -80,6 +96,8 @@ class UsbReader : public testing::Test {
         demux_result = 0;
         demux_consumes = false;
         demux_stops_the_link = false;
+        demux_cancels_its_thread = false;
+        demux_cancel_state = -1;
         usb_link.stop = 0;
         usb_link.busy = 0;
         usb_link.receiving = 0;
@@ -107,9 +125,34 @@ class UsbReader : public testing::Test {
     static std::string finish() {
         pthread_join(usb_link.reader, nullptr);
         usb_link.reader = 0;
-        const std::string log = GetCapturedStderr();
+        std::string log = GetCapturedStderr();
         CaptureStderr();
         return log;
+    }
+    // Likewise for a thread that ends by a cancellation.
+    static std::string finish_cancelled() {
+        void* result = nullptr;
+        pthread_join(usb_link.reader, &result);
+        EXPECT_EQ(result, PTHREAD_CANCELED);
+        usb_link.reader = 0;
+        std::string log = GetCapturedStderr();
+        CaptureStderr();
+        return log;
+    }
+    // The kernel lists a thread for a moment longer than it can be waited for.
+    static bool wait_for_end_of(pid_t thread) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (tgkill(getpid(), thread, 0) == 0) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            std::this_thread::yield();
+        }
+        return true;
+    }
+    static std::ptrdiff_t reads_begun() {
+        const std::lock_guard lock(fake.mutex);
+        return std::count(fake.calls.begin(), fake.calls.end(), kOut + " waits");
     }
     static bool wait_for_demux(std::size_t calls) {
         std::unique_lock lock(demux_mutex);
@@ -199,7 +242,9 @@ TEST_F(UsbReader, WaitsForEndpointZeroBeforeTheRead) {
 TEST_F(UsbReader, StartReplacesAReaderThatWaitsAndKeepsTheEndpointsOpen) {
     ASSERT_TRUE(usb_reader_start());
     ASSERT_TRUE(wait_for_call(kOut + " waits"));
+    const pid_t first = newest_reader;
     ASSERT_TRUE(usb_reader_start());
+    EXPECT_TRUE(wait_for_end_of(first));
     EXPECT_NE(usb_link.in_endpoint, nullptr);
     EXPECT_NE(usb_link.out_endpoint, nullptr);
     EXPECT_THAT(take_calls(), testing::Not(testing::Contains(testing::HasSubstr("close"))));
@@ -344,6 +389,34 @@ TEST_F(UsbReader, CancelledInItsFirstSleepClosesBothEndpoints) {
     start();
     ASSERT_TRUE(wait_for_sleeps(1));
     usb_reader_stop();
+    expect_both_endpoints_closed();
+}
+
+TEST_F(UsbReader, CancellationWaitsForTheDemultiplexerAndNoLonger) {
+    demux_cancels_its_thread = true;
+    fake_send(kOut, {0x55, 0xCC});
+    fake_send(kOut, {0x49});
+    start();
+    EXPECT_EQ(finish_cancelled(), "");
+    EXPECT_EQ(demux_cancel_state, PTHREAD_CANCEL_DISABLE);
+    EXPECT_EQ(fills, std::vector<std::size_t>{2});
+    EXPECT_EQ(reads_begun(), 1);
+    EXPECT_EQ(usb_link.busy, 0);
+    EXPECT_EQ(usb_link.stop, 0);
+    expect_both_endpoints_closed();
+}
+
+TEST_F(UsbReader, CancellationWaitsForTheBookkeepingToo) {
+    fake.data_cancels_reader = true;
+    usb_link.fill_count = 49487 - 512;
+    fake_send(kOut, Bytes(512, 0x11));
+    fake_send(kOut, {0x49});
+    start();
+    EXPECT_EQ(finish_cancelled(), "Buffer overflowed\n");  // printing is a cancellation point
+    EXPECT_EQ(usb_link.fill_count, 0U);
+    EXPECT_EQ(fills, std::vector<std::size_t>{0});
+    EXPECT_EQ(reads_begun(), 1);
+    EXPECT_EQ(usb_link.receiving, 1);
     expect_both_endpoints_closed();
 }
 

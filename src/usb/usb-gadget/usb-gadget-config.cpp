@@ -180,8 +180,8 @@ void close_ep(UsbGadgetEndpoint* endpoint) {
     if (endpoint == nullptr) {
         assertion_failed("ep", kSourceName, 365, "close_ep");
     }
-    if (endpoint->name == nullptr) {
-        return;
+    if (endpoint->previous == nullptr) {
+        return;  // closed before
     }
     endpoint->previous->next = endpoint->next;
     endpoint->next->previous = endpoint->previous;

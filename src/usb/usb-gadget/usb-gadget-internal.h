@@ -53,7 +53,7 @@ char* find_ep(const UsbGadgetHandle* handle, const UsbDescriptor* endpoint);
 bool open_ep(UsbGadgetEndpoint* endpoint);
 
 // Unlinks and closes; the record stays allocated. Nothing happens to one that is closed. Also
-// called by the thread that transfers, at times when no event is handled.
+// called by the thread that reads, while the event thread leaves the list alone.
 void close_ep(UsbGadgetEndpoint* endpoint);
 
 // Opens every endpoint of the configuration and tells the callback of each. One failure ends it;

@@ -93,30 +93,31 @@ bool open_ep0(UsbGadgetHandle* handle) {
     return true;
 }
 
-// Whether the transfer may be handed to the kernel. `operation` is the caller's name.
-bool transfer_allowed(const UsbGadgetEndpoint* endpoint, std::size_t length,
-                      const char* operation) {
+// The file that the transfer may be made on, looked up once, since another thread may close it in
+// between; -1 with errno EINVAL where the transfer is refused. `operation` is the caller's name.
+int transfer_file(const UsbGadgetEndpoint* endpoint, std::size_t length, const char* operation) {
     const UsbGadgetHandle* handle = endpoint->handle;
-    if (endpoint->fd.load(std::memory_order_relaxed) < 0) {
+    const int fd = endpoint->fd.load(std::memory_order_relaxed);
+    if (fd < 0) {
         const char* name = endpoint->name;
         usb_gadget_debug(handle, "usb-gadget: %s: %s is closed\n", operation,
                          name != nullptr ? name : "(null)");
         errno = EINVAL;
-        return false;
+        return -1;
     }
     const bool high_speed = handle->speed.load(std::memory_order_relaxed) == kUsbSpeedHigh;
     const UsbDescriptor* descriptor =
         high_speed && endpoint->high_speed != nullptr ? endpoint->high_speed : endpoint->full_speed;
     if (descriptor == nullptr) {
         errno = EINVAL;
-        return false;
+        return -1;
     }
     if (length > read_le16(descriptor + kMaxPacketSize)) {
         usb_gadget_debug(handle, "usb-gadget: %s: too long message\n", operation);
         errno = EINVAL;
-        return false;
+        return -1;
     }
-    return true;
+    return fd;
 }
 
 }  // namespace
@@ -245,18 +246,14 @@ UsbGadgetEndpoint* usb_gadget_endpoint(UsbGadgetHandle* handle, int number) {
 
 ssize_t usb_gadget_endpoint_write(UsbGadgetEndpoint* endpoint, const void* buffer,
                                   std::size_t length, int /*timeout_ms*/) {
-    if (!transfer_allowed(endpoint, length, "usb_gadget_endpoint_write")) {
-        return -1;
-    }
-    return write(endpoint->fd.load(std::memory_order_relaxed), buffer, length);
+    const int fd = transfer_file(endpoint, length, "usb_gadget_endpoint_write");
+    return fd < 0 ? -1 : write(fd, buffer, length);
 }
 
 ssize_t usb_gadget_endpoint_read(UsbGadgetEndpoint* endpoint, void* buffer, std::size_t length,
                                  int /*timeout_ms*/) {
-    if (!transfer_allowed(endpoint, length, "usb_gadget_endpoint_read")) {
-        return -1;
-    }
-    return read(endpoint->fd.load(std::memory_order_relaxed), buffer, length);
+    const int fd = transfer_file(endpoint, length, "usb_gadget_endpoint_read");
+    return fd < 0 ? -1 : read(fd, buffer, length);
 }
 
 void usb_gadget_endpoint_close(UsbGadgetEndpoint* endpoint) {

@@ -43,9 +43,10 @@ struct UsbGadgetDeviceConfig {
 
 struct UsbGadgetHandle;
 
-// One opened gadgetfs file. Written on the event thread, except that the thread that transfers may
-// close its endpoint while no event is handled. Another thread that still sends on it then sees the
-// fd of -1, or fails in the kernel.
+// One opened gadgetfs file. Written on the event thread, except that the thread that reads closes
+// the endpoints at its end, which the event thread keeps apart from its own work (it waits for a
+// reader that it cancels). Another thread that still sends then sees the fd of -1, or fails in the
+// kernel.
 struct UsbGadgetEndpoint {
     char* name;                       // file name under /dev/gadget, owned; null once closed
     const UsbDescriptor* full_speed;  // endpoint descriptor, borrowed
@@ -84,12 +85,13 @@ struct UsbGadgetHandle {
     UsbGadgetEndpoint* ep0;  // the control endpoint; null once closed
     const UsbGadgetDeviceConfig* config;
     UsbGadgetEndpoint endpoints;  // head of the ring of opened endpoints, newest first
-    UsbGadgetEndpoint* closed;    // records of closed ones, linked by next: kept allocated, since a
-                                  // thread that transfers may still hold one
     UsbGadgetEventCallback event_cb;
     void* event_argument;
     int debug_level;
     std::atomic<int> speed;  // as of the last connect; kUsbSpeedUnknown after a disconnect
+    // Records of closed endpoints, linked by next: kept allocated, since a thread that transfers
+    // may still hold one.
+    UsbGadgetEndpoint* closed;
 };
 
 // Null, with errno EINVAL for a configuration without a device descriptor or a full-speed list;

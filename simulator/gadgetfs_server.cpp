@@ -261,9 +261,11 @@ void GadgetfsServer::drop(const Connection& connection) {
     } else if (is_endpoint(connection->kind)) {
         model_.close_endpoint(connection->file);
     }
-    Connection dropped = connection;  // the caller's may be the list's own
-    dropped->off_bus = true;
-    std::erase(connections_, dropped);
+    connection->off_bus = true;
+    // By its address: the caller's reference may be to the list's own element.
+    const GadgetfsConnection* const dropped = connection.get();
+    std::erase_if(connections_,
+                  [dropped](const Connection& each) { return each.get() == dropped; });
 }
 
 // True when the call has got its answer.

@@ -6,16 +6,11 @@
 #include <string.h>
 
 #include "app/system_paths.h"
+#include "protocol/number_conversion.h"
 
 namespace {
 
 FocusLimits focus_limits;
-
-// As strtol() into a 32-bit word: a text that is no number is 0, a number too long for the word
-// keeps its low 32 bits.
-std::int32_t parse_limit(const char* text) {
-    return static_cast<std::int32_t>(strtol(text, nullptr, 10));
-}
 
 // Called for every name=value line. 0 refuses the line, which the parser notes and passes over.
 int take_line(void* user, const char* section, const char* name, const char* value) {
@@ -24,11 +19,11 @@ int take_line(void* user, const char* section, const char* name, const char* val
         return 0;
     }
     if (strcmp(name, "mf_min") == 0) {
-        limits->mf_min.store(parse_limit(value), std::memory_order_relaxed);
+        limits->mf_min.store(parse_int32(value), std::memory_order_relaxed);
         return 1;
     }
     if (strcmp(name, "mf_max") == 0) {
-        limits->mf_max.store(parse_limit(value), std::memory_order_relaxed);
+        limits->mf_max.store(parse_int32(value), std::memory_order_relaxed);
         return 1;
     }
     return 0;

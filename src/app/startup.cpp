@@ -96,7 +96,7 @@ void receiver_run(int argc, char* argv[]) {
     receiver_options_parse(argc, argv);
     usleep(kPauseBeforeBuffersUs);
     // No other thread exists yet that could see the state half cleared.
-    memset(&camera_state, 0, sizeof(camera_state));
+    memset(static_cast<void*>(&camera_state), 0, sizeof(camera_state));
     start_frame_buffers();
     start_main_application_side();
     start_camera_side();

@@ -30,3 +30,4 @@ inline constexpr const char* kMountGadgetCommands[] = {
 // POSIX shared-memory objects (seen as /dev/shm/NAME).
 inline constexpr char kFrameBufferName[] = "vantarel_framebuffer";
 inline constexpr char kTranscodingBufferName[] = "vantarel_framebuffer_transcoding";
+inline constexpr char kRcRawName[] = "/shared_rc_raw";

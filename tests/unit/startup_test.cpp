@@ -69,7 +69,7 @@ void receiver_options_parse(int argc, char* const argv[]) {
     fprintf(stderr, "[options %d %s %s]\n", argc, argv[0], argv[1]);
     receiver_options = {"10.0.0.9", 7001, verbose};
     // Whatever stands in the state before the pause is cleared after it.
-    memset(&camera_state, 0xA5, sizeof(camera_state));
+    memset(static_cast<void*>(&camera_state), 0xA5, sizeof(camera_state));
 }
 
 int frame_buffers_init() {

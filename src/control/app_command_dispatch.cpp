@@ -1,0 +1,1 @@
+#include "control/app_command_dispatch.h"

@@ -1,0 +1,1 @@
+#include "control/capture_commands.h"

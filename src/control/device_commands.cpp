@@ -1,0 +1,1 @@
+#include "control/device_commands.h"

@@ -1,0 +1,1 @@
+#include "control/exposure_commands.h"

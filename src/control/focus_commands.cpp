@@ -1,0 +1,1 @@
+#include "control/focus_commands.h"

@@ -1,0 +1,1 @@
+#include "control/gimbal_commands.h"

@@ -1,0 +1,1 @@
+#include "control/image_commands.h"

@@ -1,0 +1,1 @@
+#include "control/rc_thread.h"

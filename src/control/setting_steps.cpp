@@ -1,0 +1,1 @@
+#include "control/setting_steps.h"

@@ -1,0 +1,1 @@
+#include "link/telemetry_report.h"

@@ -14,6 +14,7 @@ namespace {
 // slots of an 18-byte header and up to 300,000 bytes.
 constexpr std::size_t kClearRequest = 0;
 constexpr std::size_t kLatestSequence = 2;
+constexpr std::size_t kNextSlot = 4;
 constexpr std::size_t kHeaderSize = 24;
 constexpr std::size_t kSlots = 200;
 constexpr std::size_t kSlotHeaderSize = 18;
@@ -23,6 +24,10 @@ constexpr std::size_t kRingSize = kHeaderSize + kSlots * kSlotSize;
 
 constexpr std::size_t slot_offset(std::size_t slot) {
     return kHeaderSize + slot * kSlotSize;
+}
+
+constexpr std::size_t slot_before(std::size_t slot) {
+    return (slot + kSlots - 1) % kSlots;
 }
 
 }  // namespace
@@ -67,30 +72,54 @@ bool RingReader::holds(std::size_t slot, std::uint16_t sequence) const {
     return word(offset + 4) == sequence && word(offset + 8) == 0x0101;
 }
 
+// Goes to the oldest part that the ring still has behind its latest one.
+bool RingReader::find_parts() {
+    std::size_t slot = slot_before(word(kNextSlot) % kSlots);
+    std::uint16_t sequence = word(kLatestSequence);
+    if (!holds(slot, sequence)) {
+        return false;  // empty, or just being written to
+    }
+    // The slot behind the next one is the writer's at any moment.
+    for (std::size_t i = 0; i < kSlots - 3; ++i) {
+        const auto earlier = static_cast<std::uint16_t>(sequence - 1);
+        if (!holds(slot_before(slot), earlier)) {
+            break;
+        }
+        slot = slot_before(slot);
+        sequence = earlier;
+    }
+    slot_ = slot;
+    sequence_ = sequence;
+    return true;
+}
+
 void RingReader::take(const PartHandler& handler) {
     if (ring_ == nullptr) {
         return;
     }
     for (;;) {
         if (word(kClearRequest) != 0) {
-            slot_ = 0;
-            sequence_ = 0;
+            found_ = false;
             return;
         }
         const std::uint16_t latest = word(kLatestSequence);
         const auto ahead = static_cast<std::uint16_t>(latest - sequence_);
-        if (ahead >= 0x8000) {
+        if (found_ && ahead == 0xFFFF && holds(slot_before(slot_), latest)) {
             return;  // the latest part is the one before ours
         }
-        if (ahead >= kSlots - 1) {
+        if (found_ && ahead >= kSlots - 1 && ahead < 0x8000) {
             // The writer may be at work on our slot: go on at the oldest that it is well clear of.
             const std::size_t skipped = ahead - kSlots / 2;
             missed_ += skipped;
             slot_ = (slot_ + skipped) % kSlots;
             sequence_ = static_cast<std::uint16_t>(sequence_ + skipped);
         }
-        if (!holds(slot_, sequence_)) {
-            return;
+        if (!found_ || !holds(slot_, sequence_)) {
+            // At first, and when the ring was cleared or begun again since the last call.
+            found_ = find_parts();
+            if (!found_) {
+                return;
+            }
         }
         const std::size_t offset = slot_offset(slot_);
         const std::size_t length = word(offset) | static_cast<std::size_t>(word(offset + 2)) << 16;

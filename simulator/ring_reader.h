@@ -23,8 +23,8 @@ class RingReader {
     // Maps the ring read-only. False while there is none of the right size.
     bool open(const std::string& name = "vantarel_framebuffer");
 
-    // Hands on what has been published since the last call. A writer that starts again (it asks for
-    // a clear) takes the reader back to the first part.
+    // Hands on what has been published since the last call; at first, and when the ring was cleared
+    // since, all that it holds.
     void take(const PartHandler& handler);
 
     // Parts that were overwritten before they could be taken.
@@ -33,10 +33,12 @@ class RingReader {
   private:
     std::uint16_t word(std::size_t offset) const;
     bool holds(std::size_t slot, std::uint16_t sequence) const;
+    bool find_parts();
 
     const std::uint8_t* ring_ = nullptr;
     std::vector<std::uint8_t> copy_;
-    std::size_t slot_ = 0;
-    std::uint16_t sequence_ = 0;
+    bool found_ = false;          // whether these two are known:
+    std::size_t slot_ = 0;        // where the next part will be
+    std::uint16_t sequence_ = 0;  // and its number
     std::size_t missed_ = 0;
 };

@@ -134,6 +134,9 @@ bool begins_with_sps(const std::uint8_t* bytes, std::size_t length) {
 }
 
 void write_slot(std::size_t slot, const std::uint8_t* bytes, std::size_t length) {
+    // A reader that sees a byte of this part must also see how far the ring has come, which tells
+    // it that the slot is no longer the one it knew.
+    std::atomic_thread_fence(std::memory_order_release);
     const std::size_t offset = kRingHeaderSize + slot * kSlotSize;
     memcpy(static_cast<std::uint8_t*>(live.memory) + offset + kSlotHeaderSize, bytes, length);
     publish_word(offset + kSlotLengthOffset, length & 0xFFFF);

@@ -50,13 +50,14 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 }  // namespace
 
 ReceiverProcess::ReceiverProcess(const std::vector<std::string>& arguments,
-                                 const std::vector<std::string>& environment) {
+                                 const std::vector<std::string>& environment,
+                                 const std::string& program) {
     int out[2];
     int err[2];
     if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
         throw std::runtime_error("pipe");
     }
-    std::vector<std::string> argument_texts = {RECEIVER_PROGRAM};
+    std::vector<std::string> argument_texts = {program};
     argument_texts.insert(argument_texts.end(), arguments.begin(), arguments.end());
     std::vector<std::string> environment_texts = merged_environment(environment);
 
@@ -66,7 +67,7 @@ ReceiverProcess::ReceiverProcess(const std::vector<std::string>& arguments,
     posix_spawn_file_actions_adddup2(&actions, out[1], 1);
     posix_spawn_file_actions_adddup2(&actions, err[1], 2);
     const int result =
-        posix_spawn(&pid_, RECEIVER_PROGRAM, &actions, nullptr, pointers(argument_texts).data(),
+        posix_spawn(&pid_, program.c_str(), &actions, nullptr, pointers(argument_texts).data(),
                     pointers(environment_texts).data());
     posix_spawn_file_actions_destroy(&actions);
     close(out[1]);
@@ -74,7 +75,7 @@ ReceiverProcess::ReceiverProcess(const std::vector<std::string>& arguments,
     if (result != 0) {
         close(out[0]);
         close(err[0]);
-        throw std::runtime_error("cannot start " RECEIVER_PROGRAM);
+        throw std::runtime_error("cannot start " + program);
     }
     stdout_thread_ = std::thread(&ReceiverProcess::collect, this, out[0], &stdout_text_);
     stderr_thread_ = std::thread(&ReceiverProcess::collect, this, err[0], &stderr_text_);

@@ -14,9 +14,11 @@
 
 class ReceiverProcess {
   public:
-    // Starts it with these arguments, and these "NAME=value" texts on top of this environment.
+    // Starts it with these arguments, and these "NAME=value" texts on top of this environment; or
+    // another program in its place.
     ReceiverProcess(const std::vector<std::string>& arguments,
-                    const std::vector<std::string>& environment);
+                    const std::vector<std::string>& environment,
+                    const std::string& program = RECEIVER_PROGRAM);
     // Kills it if it still runs.
     ~ReceiverProcess();
     ReceiverProcess(const ReceiverProcess&) = delete;

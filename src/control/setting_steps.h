@@ -3,7 +3,8 @@
 // Results and threads as in capture_commands.h.
 #pragma once
 
-int camera_next_image_mode();  // nothing on a camera model without a list of its own
+// On a camera model without a list of its own these log their line and do no more.
+int camera_next_image_mode();
 int camera_prev_image_mode();
 int camera_next_shutter();
 int camera_prev_shutter();

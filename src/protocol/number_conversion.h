@@ -1,6 +1,8 @@
 // Conversions of numbers that come from outside, the same on every processor. Reentrant.
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
@@ -24,6 +26,16 @@ constexpr std::int32_t saturate_to_int32(double value) {
 
 constexpr std::uint32_t saturate_to_uint32(double value) {
     return saturate<std::uint32_t>(value);
+}
+
+// Rounded to single precision; what is beyond its range becomes infinite, as processors have it.
+inline float to_single(double value) {
+    constexpr double kMost = std::numeric_limits<float>::max();
+    constexpr double kRoundsToInfinity = 0x1.ffffffp+127;  // half a step beyond kMost
+    if (std::abs(value) >= kRoundsToInfinity) {
+        return std::copysign(std::numeric_limits<float>::infinity(), value > 0 ? 1.0F : -1.0F);
+    }
+    return static_cast<float>(std::clamp(value, -kMost, kMost));
 }
 
 // A decimal number at the start of a text. A text that is no number is 0; a number too long for the

@@ -19,7 +19,10 @@ class SharedWord {
     constexpr SharedWord() : value_() {}
     constexpr SharedWord(T value) : value_(value) {}
     SharedWord(const SharedWord& other) : value_(other.load()) {}
-    SharedWord& operator=(const SharedWord& other) { return *this = other.load(); }
+    SharedWord& operator=(const SharedWord& other) {
+        *this = other.load();
+        return *this;
+    }
     SharedWord& operator=(T value) {
         value_.store(value, std::memory_order_relaxed);
         return *this;

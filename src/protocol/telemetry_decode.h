@@ -1,4 +1,5 @@
-// Folds the camera's status messages into the camera state.
+// Folds the camera's status messages into the camera state; a null state stands for the
+// process-wide one. Messages of a kind that is not known change nothing.
 #pragma once
 
 #include <cstddef>

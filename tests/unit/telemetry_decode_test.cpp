@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "protocol/camera_state.h"
+#include "telemetry_operations.h"
 
 namespace {
 

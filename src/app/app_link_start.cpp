@@ -3,8 +3,12 @@
 #include <pthread.h>
 #include <stdio.h>
 
+#include "app/focus_config.h"
+#include "control/app_command_dispatch.h"
+#include "control/rc_thread.h"
 #include "link/app_link.h"
 #include "link/telemetry_thread.h"
+#include "protocol/camera_state.h"
 
 namespace {
 
@@ -27,11 +31,14 @@ void report_lost() {
 }  // namespace
 
 int app_link_start(const char* dst_host, std::int32_t dst_port) {
+    telemetry_set_sources(focus_config_get(), &camera_state);
+    rc_thread_start();  // before there is a channel that could choose its movement mode
     telemetry_set_destination(dst_host, dst_port);
 
     app_link_set_buffer(rx_buffer, kRxBufferSize);
     app_link_set_found_callback(report_found);
     app_link_set_lost_callback(report_lost);
+    app_link_set_datagram_callback(app_command_dispatch);
     if (app_link_open(kAnyPort, kPresenceTimeoutMs, true) != 0) {
         return -1;
     }

@@ -1,4 +1,5 @@
 // The reports to the main application. Formats: docs/protocol.md, "Reports". Little-endian.
+// All reentrant; a record that is being written meanwhile gives a report of old and new values.
 #pragma once
 
 #include <array>

@@ -15,6 +15,7 @@ namespace {
 void remove_shared_memory() {
     shm_unlink("vantarel_framebuffer");
     shm_unlink("vantarel_framebuffer_transcoding");
+    shm_unlink("shared_rc_raw");
 }
 
 sockaddr_in address(const std::string& host, std::uint16_t port) {

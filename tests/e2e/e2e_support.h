@@ -26,12 +26,13 @@ inline constexpr char kLinesOfTheBuffers[] =
     "Init telemetry buffer\n"
     "Init frame buffer 60003624 bytes\n"
     "Init frame buffer for transcoding 13003624 bytes\n";
+inline constexpr char kLineOfTheRemoteControl[] = "Creating new shared raw RC\n";
 inline constexpr char kLinesOfTheDevice[] =
     "Mounting gadgetfs\n"
     "USB device opened\n"
     "Gadget init done\n";
-inline const std::string kStartLines =
-    std::string(kLinesBeforeOptions) + kLinesOfTheBuffers + kLinesOfTheDevice;
+inline const std::string kStartLines = std::string(kLinesBeforeOptions) + kLinesOfTheBuffers +
+                                       kLineOfTheRemoteControl + kLinesOfTheDevice;
 
 // Every test starts without the shared-memory objects and leaves none.
 class ReceiverTest : public testing::Test {

@@ -65,7 +65,7 @@ TEST_F(StartUp, VerboseAddsItsMessages) {
     ASSERT_TRUE(receiver->wait_for("Gadget init done\n", 10s)) << receiver->output();
     EXPECT_EQ(receiver->lines_without_delta(),
               std::string(kLinesBeforeOptions) + kLinesOfTheBuffers +
-                  "Init connection to main application 127.0.0.2:5005\n"
+                  "Init connection to main application 127.0.0.2:5005\n" + kLineOfTheRemoteControl +
                   "Done\n"
                   "Init connection to camera\n" +
                   kLinesOfTheDevice);
@@ -268,12 +268,24 @@ TEST_F(StartUp, ObjectOfAnEarlierRunIsTakenOver) {
     EXPECT_EQ(std::count(content.begin(), content.end(), 0), 60003623);
 }
 
+TEST_F(StartUp, ChannelBlockOfARunningRemoteControlIsOpened) {
+    const int fd = shm_open("shared_rc_raw", O_RDWR | O_CREAT, 0600);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    start();
+    ASSERT_TRUE(receiver->wait_for("Gadget init done\n", 10s)) << receiver->output();
+    EXPECT_EQ(receiver->lines_without_delta(),
+              std::string(kLinesBeforeOptions) + kLinesOfTheBuffers + "Shared raw RC mem opened\n" +
+                  kLinesOfTheDevice);
+}
+
 TEST_F(StartUp, BoardWithoutAControllerFailsToInitTheGadget) {
     SimulatedBoardOptions options;
     options.controller = "some-other-udc";
     start({}, options);
     ASSERT_EQ(receiver->wait_exit(10s), 1);
     EXPECT_EQ(receiver->output(), std::string(kLinesBeforeOptions) + kLinesOfTheBuffers +
+                                      kLineOfTheRemoteControl +
                                       "Mounting gadgetfs\n"
                                       "Couldn't open USB device\n"
                                       "Gadget init failed\n");

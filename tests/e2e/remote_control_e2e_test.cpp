@@ -1,0 +1,183 @@
+// From another process's sticks and buttons in shared memory to the camera.
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+
+#include "tests/e2e/e2e_support.h"
+#include "tests/e2e/main_application.h"
+#include "tests/protocol_page.h"
+
+namespace {
+
+constexpr std::size_t kBlockSize = 1504;
+constexpr std::size_t kPan = 1056;
+constexpr std::size_t kPosition = 1088;
+constexpr std::size_t kRecord = 1112;
+constexpr std::size_t kMode = 1120;
+
+// The process at the other end of the block.
+class RemoteControl {
+  public:
+    RemoteControl() {
+        const int fd = shm_open("/shared_rc_raw", O_RDWR, 0);
+        struct stat status {};
+        if (fd < 0 || fstat(fd, &status) != 0 || status.st_size != kBlockSize) {
+            throw std::runtime_error("the receiver has made no channel block");
+        }
+        block_ = static_cast<std::uint8_t*>(
+            mmap(nullptr, kBlockSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+        close(fd);
+    }
+    ~RemoteControl() { munmap(block_, kBlockSize); }
+    RemoteControl(const RemoteControl&) = delete;
+    RemoteControl& operator=(const RemoteControl&) = delete;
+
+    void set(std::size_t offset, double value) {
+        auto* const channel = reinterpret_cast<double*>(block_ + offset);
+        std::atomic_ref<double>(*channel).store(value);
+    }
+
+  private:
+    std::uint8_t* block_;
+};
+
+bool is_speed(const Bytes& packet) {
+    return packet.size() == 20 && packet[9] == 0x04 && packet[10] == 0x0C;
+}
+
+bool is_stop(const Bytes& packet) {
+    return is_speed(packet) && Bytes(packet.begin() + 11, packet.end() - 2) ==
+                                   Bytes{0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x90};
+}
+
+bool is_position(const Bytes& packet) {
+    return packet.size() == 23 && packet[9] == 0x01 && packet[10] == 0x01;
+}
+
+class RemoteControlled : public ReceiverTest {
+  protected:
+    void SetUp() override {
+        start_configured(app.arguments());
+        const auto socket = receiver->app_socket();
+        ASSERT_TRUE(socket);
+        app.send_to(socket->port);
+        ASSERT_TRUE(board->wait_for_endpoints(5s));
+        camera_sends();
+        remote.emplace();
+    }
+    // Some bytes, so that the link is in use and its time-out begins anew.
+    void camera_sends() { ASSERT_TRUE(board->bulk_out(Bytes(3, 0))); }
+    void set_movement(const std::string& mode) {
+        ASSERT_TRUE(app.command(R"({"cmd":"set","name":"movement","value":")" + mode + "\"}"));
+    }
+    std::ptrdiff_t stops() const {
+        const std::vector<Bytes> packets = board->bulk_in();
+        return std::count_if(packets.begin(), packets.end(), is_stop);
+    }
+    bool wait_for_stops(std::ptrdiff_t count) const {
+        const auto end = std::chrono::steady_clock::now() + 5s;
+        while (stops() < count && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(5ms);
+        }
+        return stops() >= count;
+    }
+    // Waits until as many packets have come as there are, and so many more.
+    bool wait_for_more(std::size_t count) {
+        return board->wait_for_bulk_in(board->bulk_in().size() + count - 1, 5s).has_value();
+    }
+
+    MainApplication app;
+    std::optional<RemoteControl> remote;
+};
+
+TEST_F(RemoteControlled, NothingMovesBeforeAMovementModeIsSet) {
+    remote->set(kPan, 1.0);
+    remote->set(kRecord, 1.0);
+    EXPECT_EQ(board->wait_for_bulk_in(0, 2500ms), std::nullopt);
+    set_movement("rel");
+    EXPECT_TRUE(board->wait_for_bulk_in(0, 5s));
+}
+
+TEST_F(RemoteControlled, StickGivesSpeedAndItsReleaseThreeStops) {
+    set_movement("rel");
+    remote->set(kPan, 0.5);
+    const auto first = board->wait_for_bulk_in(0, 5s);
+    EXPECT_EQ(first, (Bytes{0x55, 0x14, 0x04, 0x6D, 0x02, 0x04, 0x00, 0x00, 0x40, 0x04,
+                            0x0C, 0xF4, 0x01, 0x00, 0x00, 0x00, 0x00, 0x90, 0xBA, 0x9C}));
+    ASSERT_TRUE(wait_for_more(5));
+    remote->set(kPan, 0.0);
+    ASSERT_TRUE(wait_for_stops(3));
+    std::this_thread::sleep_for(200ms);
+    EXPECT_EQ(stops(), 3);
+    EXPECT_TRUE(is_stop(board->bulk_in().back()));
+}
+
+TEST_F(RemoteControlled, StickGivesAPosition) {
+    set_movement("abs");
+    remote->set(kPan, -0.5);
+    EXPECT_EQ(board->wait_for_bulk_in(0, 5s),
+              (Bytes{0x55, 0x17, 0x04, 0x38, 0x02, 0x04, 0x00, 0x00, 0x40, 0x04, 0x0A, 0x7C,
+                     0xFC, 0x00, 0x00, 0x00, 0x00, 0x64, 0x00, 0xE0, 0x04, 0xFF, 0xA4}));
+    EXPECT_TRUE(receiver->wait_for("abs position pan -900 tilt 0 dutch 0\n", 5s));
+}
+
+TEST_F(RemoteControlled, ShellExampleOfTheDocumentation) {
+    // The mode is looked for once a second; from the first packet on it is known.
+    set_movement("rel");
+    remote->set(kPan, 0.1);
+    ASSERT_TRUE(board->wait_for_bulk_in(0, 5s));
+    remote->set(kPan, 0.0);
+    ASSERT_TRUE(wait_for_stops(3));
+    const std::size_t before = board->bulk_in().size();
+    ASSERT_EQ(system(page_block("<!-- shell: pan -->").c_str()), 0);
+    ASSERT_TRUE(wait_for_stops(6));
+    const Bytes first = board->bulk_in().at(before);
+    EXPECT_EQ(Bytes(first.begin() + 9, first.end() - 2),
+              (Bytes{0x04, 0x0C, 0xF4, 0x01, 0x00, 0x00, 0x00, 0x00, 0x90}));
+}
+
+// A held stick sends one packet a cycle: they are the clock by which a button is timed.
+TEST_F(RemoteControlled, ButtonIsTakenWithinOneCycle) {
+    set_movement("rel");
+    remote->set(kPan, 0.1);
+    ASSERT_TRUE(board->wait_for_bulk_in(10, 5s));
+    for (int press = 0; press < 20; ++press) {
+        ASSERT_TRUE(wait_for_more(2));
+        const std::size_t before = board->bulk_in().size();
+        remote->set(kPosition, press % 2 == 0 ? 1.0 : -1.0);
+        ASSERT_TRUE(wait_for_more(5));
+        const std::vector<Bytes> packets = board->bulk_in();
+        std::size_t at = before;
+        while (at < packets.size() && !is_position(packets[at])) {
+            ++at;
+        }
+        // The cycle that was under way when the button moved, and at most one that had not begun
+        // when the packets were counted.
+        EXPECT_LE(at - before, 2U) << press;
+        ASSERT_LT(at + 1, packets.size());
+        EXPECT_EQ(packets[at][15], 0x10);      // selfie
+        EXPECT_EQ(packets[at + 1][15], 0x01);  // then normal
+    }
+}
+
+TEST_F(RemoteControlled, RecordButtonShootsInPhotoMode) {
+    set_movement("rel");
+    remote->set(kRecord, 1.0);
+    EXPECT_EQ(board->wait_for_bulk_in(0, 5s), (Bytes{0x55, 0x0E, 0x04, 0x66, 0x02, 0x01, 0x00, 0x00,
+                                                     0x40, 0x02, 0x01, 0x01, 0x60, 0x6E}));
+    remote->set(kRecord, 0.0);
+    remote->set(kMode, 1.0);
+    const auto mode = board->wait_for_bulk_in(1, 5s);
+    ASSERT_TRUE(mode && mode->size() == 14);
+    EXPECT_EQ(Bytes(mode->begin() + 9, mode->begin() + 12), (Bytes{0x02, 0x10, 0x01}));
+}
+
+}  // namespace

@@ -25,8 +25,12 @@ void append_envelope(Bytes& stream, std::uint8_t type, const Bytes& payload) {
     append(stream, payload);
 }
 
+// Each byte says of the camera that it takes a photo (bit 5) and is not busy (bit 3), so that the
+// status calls for no command.
+constexpr std::uint8_t kPayloadByte = 0x22;
+
 Bytes sealed_packet(std::uint8_t length) {
-    Bytes packet(length, 0x5A);
+    Bytes packet(length, kPayloadByte);
     packet[0] = kCameraPacketStart;
     packet[1] = length;
     packet[2] = 0x04;

@@ -1,6 +1,6 @@
 // receiver-bench: the data path's speed and memory on this machine.
 //
-// Prints the three figures that the design has goals for, then the usual benchmark table. The ring
+// Prints the figures that the design has goals for, then the usual benchmark table. The ring
 // is one of this process's own; only the published resolution is the real one, so it is not for a
 // board whose receiver is at work.
 
@@ -9,6 +9,7 @@
 
 #include <cstdio>
 
+#include "decode_bench.h"
 #include "packet_scan_bench.h"
 #include "reader_path_bench.h"
 #include "ring_memory.h"
@@ -32,6 +33,7 @@ int main(int argc, char* argv[]) {
     measure_ring_memory();  // first, while the process holds nothing else
     compare_reader_path_with_copy();
     compare_scans();
+    measure_decoder();
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t kRawPiece = 16384;
 constexpr std::size_t kGarbageBytes = 4096;
-constexpr auto kTransferTimeout = Milliseconds(5000);  // as long as the receiver bears silence
+constexpr unsigned kPacketsEvery = 10;
 
 void append(Bytes& to, const Bytes& bytes) {
     to.insert(to.end(), bytes.begin(), bytes.end());
@@ -40,6 +40,8 @@ bool CameraPlayer::load() {
 }
 
 void CameraPlayer::lay_out_video(const Bytes& file) {
+    const unsigned every =
+        options_.packets_every.value_or(options_.sends_status() ? 0 : kPacketsEvery);
     unsigned since_packets = 0;
     std::uint16_t sequence = 0;
     for (const Bytes& unit : access_units(file)) {
@@ -48,7 +50,7 @@ void CameraPlayer::lay_out_video(const Bytes& file) {
             const auto size = std::min(options_.chunk, unit.size() - at);
             append(piece.bytes, video_envelope(std::span(unit).subspan(at, size)));
             ++piece.chunks;
-            if (options_.packets_every != 0 && ++since_packets >= options_.packets_every) {
+            if (every != 0 && ++since_packets >= every) {
                 since_packets = 0;
                 append(piece.bytes, control_envelope(camera_packets(sequence)));
                 sequence = static_cast<std::uint16_t>(sequence + 2);
@@ -104,7 +106,7 @@ bool CameraPlayer::send_garbage() {
 }
 
 bool CameraPlayer::send(const Bytes& bytes) {
-    if (!board_.bulk_out(bytes, options_.transfer, kTransferTimeout)) {
+    if (!camera_.send(bytes)) {
         return false;
     }
     bytes_ += bytes.size();

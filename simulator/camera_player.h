@@ -1,20 +1,19 @@
-// Sends a file over the simulated board's bulk OUT endpoint as a camera would, at its pace. One
-// thread.
+// Sends a file as the simulated camera's video, between its messages, at its pace. One thread.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 #include <vector>
 
-#include "simulator/simulated_board.h"
+#include "simulator/simulated_camera.h"
 #include "simulator/simulator_options.h"
 
 class CameraPlayer {
   public:
     using Clock = std::chrono::steady_clock;
 
-    CameraPlayer(SimulatedBoard& board, const SimulatorOptions& options)
-        : board_(board), options_(options) {}
+    CameraPlayer(SimulatedCamera& camera, const SimulatorOptions& options)
+        : camera_(camera), options_(options) {}
 
     // Reads the file and lays out what is sent. False after a message.
     bool load();
@@ -44,7 +43,7 @@ class CameraPlayer {
     void lay_out_raw(const Bytes& file);
     bool send(const Bytes& bytes);
 
-    SimulatedBoard& board_;
+    SimulatedCamera& camera_;
     const SimulatorOptions& options_;
     std::vector<Piece> pieces_;
     std::size_t next_ = 0;

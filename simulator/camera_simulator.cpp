@@ -2,18 +2,17 @@
 // receiver started under it, enumerates its device and plays a file to it.
 
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <exception>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "simulator/camera_player.h"
-#include "simulator/simulated_board.h"
+#include "simulator/camera_script.h"
+#include "simulator/receiver_child.h"
+#include "simulator/simulated_camera.h"
 #include "simulator/simulator_options.h"
 
 namespace {
@@ -28,76 +27,6 @@ void note_signal(int number) {
 
 Milliseconds milliseconds(double seconds) {
     return Milliseconds(static_cast<Milliseconds::rep>(seconds * 1000));
-}
-
-// The receiver where this program has started it. Killed at the end if it is still there.
-class Receiver {
-  public:
-    Receiver() = default;
-    Receiver(const Receiver&) = delete;
-    Receiver& operator=(const Receiver&) = delete;
-    ~Receiver() {
-        if (running()) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-    }
-
-    bool start(std::vector<std::string> program, std::vector<std::string> variables);
-    bool started() const { return pid_ > 0; }
-    bool running() {
-        if (pid_ > 0 && !ended_ && waitpid(pid_, &status_, WNOHANG) == pid_) {
-            ended_ = true;
-            if (WIFEXITED(status_)) {
-                printf("the receiver has ended with status %d\n", WEXITSTATUS(status_));
-            } else {
-                printf("the receiver was ended by signal %d\n", WTERMSIG(status_));
-            }
-        }
-        return pid_ > 0 && !ended_;
-    }
-    void end(int signal_number) {
-        if (running()) {
-            kill(pid_, signal_number);
-            for (int i = 0; i < 200 && running(); ++i) {
-                std::this_thread::sleep_for(Milliseconds(10));
-            }
-        }
-    }
-
-  private:
-    pid_t pid_ = 0;
-    int status_ = 0;
-    bool ended_ = false;
-};
-
-bool Receiver::start(std::vector<std::string> program, std::vector<std::string> variables) {
-    std::vector<char*> arguments;
-    for (std::string& each : program) {
-        arguments.push_back(each.data());
-    }
-    arguments.push_back(nullptr);
-    std::vector<char*> environment;
-    for (std::string& each : variables) {
-        environment.push_back(each.data());
-    }
-    for (char** each = environ; *each != nullptr; ++each) {
-        const std::size_t name_length = strcspn(*each, "=") + 1;
-        const bool replaced = std::ranges::any_of(variables, [&](const std::string& variable) {
-            return variable.compare(0, name_length, *each, name_length) == 0;
-        });
-        if (!replaced) {
-            environment.push_back(*each);
-        }
-    }
-    environment.push_back(nullptr);
-    const int error =
-        posix_spawnp(&pid_, arguments[0], nullptr, nullptr, arguments.data(), environment.data());
-    if (error != 0) {
-        pid_ = 0;
-        fprintf(stderr, "camera-simulator: %s: %s\n", arguments[0], strerror(error));
-    }
-    return error == 0;
 }
 
 void print_how_to_start(const SimulatedBoard& board) {
@@ -158,7 +87,8 @@ bool enumerate(SimulatedBoard& board, const SimulatorOptions& options) {
     return true;
 }
 
-bool wait_for_device(SimulatedBoard& board, const SimulatorOptions& options, Receiver& receiver) {
+bool wait_for_device(SimulatedBoard& board, const SimulatorOptions& options,
+                     ReceiverChild& receiver) {
     const auto deadline = Clock::now() + milliseconds(options.wait_seconds);
     while (!board.wait_for_device(Milliseconds(100))) {
         if (signal_seen != 0) {
@@ -176,31 +106,51 @@ bool wait_for_device(SimulatedBoard& board, const SimulatorOptions& options, Rec
 struct Session {
     SimulatedBoard& board;
     const SimulatorOptions& options;
+    SimulatedCamera& camera;
     CameraPlayer& player;
+    const std::vector<ScriptLine>& script;
+    std::size_t actions_done = 0;
+    std::size_t script_done = 0;
     bool sending = true;
     bool link_was_ended = false;  // by an action: then the receiver may go
+
+    bool work_done() const {
+        return (player.finished() || !sending) && actions_done == options.actions.size() &&
+               script_done == script.size();
+    }
+    // A camera that was given nothing to do is simply there.
+    bool without_work() const {
+        return options.sends_status() && options.h264.empty() && options.raw.empty() &&
+               options.actions.empty() && script.empty();
+    }
+    void begin() {
+        player.start();
+        camera.link_begins();
+    }
+    void end_link() {
+        camera.link_ends();
+        sending = false;
+        link_was_ended = true;
+    }
 };
 
 bool perform(Session& session, Action action) {
     switch (action) {
         case Action::kDisconnect:
             session.board.disconnect();
-            session.sending = false;
-            session.link_was_ended = true;
+            session.end_link();
             return true;
         case Action::kReconnect:
             session.sending = enumerate(session.board, session.options);
             session.link_was_ended = !session.sending;
-            session.player.start();
+            session.begin();
             return session.sending;
         case Action::kReset:
             session.board.reset();
-            session.sending = false;
-            session.link_was_ended = true;
+            session.end_link();
             return true;
         case Action::kSilence:
-            session.sending = false;
-            session.link_was_ended = true;
+            session.end_link();
             return true;
         case Action::kGarbage:
             return session.player.send_garbage();
@@ -208,43 +158,63 @@ bool perform(Session& session, Action action) {
     return false;
 }
 
+// Does the next thing whose time has come. False when it failed; *done tells whether there was one.
+bool perform_next(Session& session, double elapsed, bool* done) {
+    const std::vector<TimedAction>& actions = session.options.actions;
+    *done = true;
+    if (session.actions_done < actions.size() && elapsed >= actions[session.actions_done].seconds) {
+        return perform(session, actions[session.actions_done++].action);
+    }
+    if (session.script_done < session.script.size() &&
+        elapsed >= session.script[session.script_done].seconds) {
+        return perform_script_line(session.camera, session.script[session.script_done++]);
+    }
+    *done = false;
+    return true;
+}
+
+void print_progress(const Session& session, double elapsed, std::size_t packets) {
+    printf("%.0f s: %llu bytes, %llu chunks, %zu packets in\n", elapsed,
+           static_cast<unsigned long long>(session.player.bytes()),
+           static_cast<unsigned long long>(session.player.chunks()), packets);
+    fflush(stdout);
+}
+
 // Until everything is done, the time is up, a signal comes or the link fails. Whether all went
 // well.
-bool play(Session& session, Receiver& receiver, PacketRecord& record) {
+bool play(Session& session, ReceiverChild& receiver, PacketRecord& record) {
     const auto start = Clock::now();
     auto next_status = start + std::chrono::seconds(1);
     const SimulatorOptions& options = session.options;
-    auto action = options.actions.begin();
-    session.player.start();
+    session.begin();
     while (signal_seen == 0) {
         const auto now = Clock::now();
         const double elapsed = std::chrono::duration<double>(now - start).count();
         record.take();
         if (now >= next_status) {
             next_status += std::chrono::seconds(1);
-            printf("%.0f s: %llu bytes, %llu chunks, %zu packets in\n", elapsed,
-                   static_cast<unsigned long long>(session.player.bytes()),
-                   static_cast<unsigned long long>(session.player.chunks()), record.count());
-            fflush(stdout);
+            print_progress(session, elapsed, record.count());
         }
         if (receiver.started() && !receiver.running()) {
-            return session.link_was_ended ||
-                   (session.player.finished() && action == options.actions.end());
+            return session.link_was_ended || session.work_done();
         }
         if (options.seconds > 0 && elapsed >= options.seconds) {
             return true;
         }
-        if (action != options.actions.end() && elapsed >= action->seconds) {
-            if (!perform(session, (action++)->action)) {
-                return false;
-            }
+        bool performed = false;
+        if (!perform_next(session, elapsed, &performed)) {
+            return false;
+        }
+        if (performed) {
             continue;
         }
-        const bool nothing_left =
-            (session.player.finished() || !session.sending) && action == options.actions.end();
-        // A receiver of this program's ends by itself, of the silence; another's is left alone.
-        if (nothing_left && options.seconds <= 0 && !receiver.started()) {
-            return !session.sending || session.board.wait_for_bulk_out_taken(Milliseconds(5000));
+        if (session.work_done() && !session.without_work() && options.seconds <= 0) {
+            // A receiver of this program's ends by itself, of the silence; another's is left alone.
+            session.camera.link_ends();
+            if (!receiver.started()) {
+                return !session.sending ||
+                       session.board.wait_for_bulk_out_taken(Milliseconds(5000));
+            }
         }
         if (session.sending && !session.player.play()) {
             fputs("camera-simulator: the receiver takes no more data\n", stderr);
@@ -259,27 +229,63 @@ bool play(Session& session, Receiver& receiver, PacketRecord& record) {
     return true;
 }
 
+bool load_script(const std::string& path, std::vector<ScriptLine>* script) {
+    if (path.empty()) {
+        return true;
+    }
+    std::ifstream file(path);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    std::string error = "cannot be read";
+    const auto lines = file ? parse_camera_script(text, &error) : std::nullopt;
+    if (!lines) {
+        fprintf(stderr, "camera-simulator: %s: %s\n", path.c_str(), error.c_str());
+        return false;
+    }
+    *script = *lines;
+    return true;
+}
+
+void print_counts(const CommandCounts& counts) {
+    printf("commands taken:");
+    for (const auto& [name, count] : counts.taken) {
+        printf(" %s %u", name.c_str(), count);
+    }
+    printf("%s\ncommands refused: %u", counts.taken.empty() ? " none" : "",
+           counts.refused_in_all());
+    for (std::size_t i = 0; i < kRefusalCount; ++i) {
+        if (counts.refused[i] != 0) {
+            printf(", %u for its %s", counts.refused[i], refusal_name(static_cast<Refusal>(i)));
+        }
+    }
+    printf("\n");
+    fflush(stdout);
+}
+
 int simulate(const SimulatorOptions& options) {
     SimulatedBoardOptions board_options;
     board_options.root = options.root;
     SimulatedBoard board(board_options);
     PacketRecord record(board);
-    CameraPlayer player(board, options);
-    if (!record.open(options.record) || !player.load()) {
+    SimulatedCamera camera(board,
+                           {.transfer = options.transfer, .messages = options.sends_status()});
+    CameraPlayer player(camera, options);
+    std::vector<ScriptLine> script;
+    if (!load_script(options.script, &script) || !record.open(options.record) || !player.load()) {
         return 1;
     }
-    Receiver receiver;
+    ReceiverChild receiver;
     if (options.program.empty()) {
         print_how_to_start(board);
     } else if (!receiver.start(options.program, board.environment())) {
         return 1;
     }
-    Session session = {board, options, player};
+    Session session{board, options, camera, player, script};
     const bool done = wait_for_device(board, options, receiver) && enumerate(board, options) &&
                       play(session, receiver, record);
     const int seen = signal_seen;
     receiver.end(seen != 0 ? seen : SIGTERM);
-    return done || seen != 0 ? 0 : 1;
+    print_counts(camera.counts());
+    return (done || seen != 0) && camera.refused() == 0 ? 0 : 1;
 }
 
 }  // namespace

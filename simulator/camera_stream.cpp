@@ -73,10 +73,18 @@ Bytes filler_chunk() {
     return {0x00, 0x00, 0x01, 0xFF, 0, 0, 0, 0, 0, 0, 0, 0};
 }
 
+std::uint8_t header_sum(std::span<const std::uint8_t> start) {
+    return low_byte(reflected_crc(0x8C, 0x77, start));
+}
+
+std::uint16_t packet_sum(std::span<const std::uint8_t> bytes) {
+    return static_cast<std::uint16_t>(reflected_crc(0x8408, 0x3692, bytes));
+}
+
 Bytes camera_packet(const CameraPacketFields& fields, std::span<const std::uint8_t> payload) {
     const auto carried = payload.first(std::min(payload.size(), kLargestPacketPayload));
     Bytes packet = {0x55, low_byte(carried.size() + 13), 0x04};
-    packet.push_back(low_byte(reflected_crc(0x8C, 0x77, packet)));
+    packet.push_back(header_sum(packet));
     const std::uint8_t fixed[] = {fields.sender,
                                   fields.receiver,
                                   low_byte(fields.sequence),
@@ -86,7 +94,7 @@ Bytes camera_packet(const CameraPacketFields& fields, std::span<const std::uint8
                                   fields.id};
     append(packet, fixed);
     append(packet, carried);
-    const unsigned crc = reflected_crc(0x8408, 0x3692, packet);
+    const unsigned crc = packet_sum(packet);
     packet.push_back(low_byte(crc));
     packet.push_back(high_byte(crc));
     return packet;

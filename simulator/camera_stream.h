@@ -20,8 +20,12 @@ Bytes control_envelope(std::span<const std::uint8_t> packets);
 // The chunk of 12 bytes that the camera sends where it has no video.
 Bytes filler_chunk();
 
-// A packet with both checksums in place; they are computed here, bit by bit, apart from the
-// receiver's tables. The payload has at most 242 bytes; more is cut off.
+// A packet's checksums, computed bit by bit, apart from the receiver's tables: of the first three
+// bytes, and of all but the last two.
+std::uint8_t header_sum(std::span<const std::uint8_t> start);
+std::uint16_t packet_sum(std::span<const std::uint8_t> bytes);
+
+// A packet with both checksums in place. The payload has at most 242 bytes; more is cut off.
 struct CameraPacketFields {
     std::uint8_t sender, receiver;
     std::uint16_t sequence;

@@ -24,7 +24,12 @@ constexpr char kUsage[] =
     "  -f, --fps N               pictures a second in real time (30)\n"
     "  -c, --chunk N             largest video chunk, 1 to 49477 bytes (48000)\n"
     "  -t, --transfer N          bytes of a USB transfer, 1 to 512 (512)\n"
-    "  -k, --packets-every N     camera packets after every N chunks, 0 for none (10)\n"
+    "  -S, --status on|off       whether the camera sends its messages (on; off with --raw)\n"
+    "  -x, --script FILE         what is done to the camera's values and expected of them:\n"
+    "                            SECONDS set|expect NAME VALUE, SECONDS print [NAME],\n"
+    "                            SECONDS fault [CODE], SECONDS clear\n"
+    "  -k, --packets-every N     fixed camera packets after every N chunks, 0 for none\n"
+    "                            (10 with --status off, else 0)\n"
     "  -a, --after SECONDS:WHAT  disconnect, reconnect, reset, silence or garbage; repeatable\n"
     "  -o, --record FILE         every packet that the receiver sends, as a line of hex digits\n"
     "  -s, --seconds N           end after N seconds of playing\n"
@@ -42,6 +47,8 @@ constexpr option kLongOptions[] = {
     {"fps", required_argument, nullptr, 'f'},
     {"chunk", required_argument, nullptr, 'c'},
     {"transfer", required_argument, nullptr, 't'},
+    {"status", required_argument, nullptr, 'S'},
+    {"script", required_argument, nullptr, 'x'},
     {"packets-every", required_argument, nullptr, 'k'},
     {"after", required_argument, nullptr, 'a'},
     {"record", required_argument, nullptr, 'o'},
@@ -106,6 +113,11 @@ bool read_action(const char* text, SimulatorOptions* options) {
     return false;
 }
 
+bool read_status(const char* text, SimulatorOptions* options) {
+    options->status = strcmp(text, "on") == 0;
+    return *options->status || strcmp(text, "off") == 0;
+}
+
 bool read_enumeration(const char* text, SimulatorOptions* options) {
     options->full_enumeration = strcmp(text, "full") == 0;
     return options->full_enumeration || strcmp(text, "short") == 0;
@@ -135,8 +147,13 @@ bool take_option(int letter, const char* value, SimulatorOptions* options) {
             return read_number(value, 1, kLargestPassingPayload, &options->chunk);
         case 't':
             return read_number(value, 1, 512, &options->transfer);
+        case 'S':
+            return read_status(value, options);
+        case 'x':
+            options->script = value;
+            return true;
         case 'k':
-            return read_number(value, 0, 1e6, &options->packets_every);
+            return read_number(value, 0, 1e6, &options->packets_every.emplace());
         case 'a':
             return read_action(value, options);
         case 'o':
@@ -157,8 +174,8 @@ std::optional<SimulatorOptions> parse_simulator_options(int count, char** argume
     SimulatorOptions options;
     *status = 2;
     for (;;) {
-        const int letter =
-            getopt_long(count, arguments, "+R:e:4:w:lp:f:c:t:k:a:o:s:W:rh", kLongOptions, nullptr);
+        const int letter = getopt_long(count, arguments, "+R:e:4:w:lp:f:c:t:S:x:k:a:o:s:W:rh",
+                                       kLongOptions, nullptr);
         if (letter == -1 || letter == 'r') {
             break;
         }
@@ -185,6 +202,10 @@ std::optional<SimulatorOptions> parse_simulator_options(int count, char** argume
     }
     if (!options.raw.empty() && options.pace == Pace::kRealtime) {
         fputs("camera-simulator: only video has a real time; give --raw a rate or max\n", stderr);
+        return std::nullopt;
+    }
+    if (!options.raw.empty() && options.status.value_or(false)) {
+        fputs("camera-simulator: --raw is the whole stream: no --status on with it\n", stderr);
         return std::nullopt;
     }
     std::ranges::stable_sort(options.actions, {}, &TimedAction::seconds);

@@ -18,6 +18,7 @@ struct SimulatorOptions {
     std::string root;  // empty: a new directory
     std::string h264;  // the one or the other file, or none: the link alone
     std::string raw;
+    std::string script;                // empty: none
     std::string record;                // empty: not recorded
     std::vector<std::string> program;  // with its arguments; empty: started by somebody else
     std::vector<TimedAction> actions;  // earliest first
@@ -28,9 +29,12 @@ struct SimulatorOptions {
     double fps = 30;
     std::size_t chunk = 48000;
     std::size_t transfer = 512;
-    unsigned packets_every = 10;
-    double seconds = 0;  // 0: until the work is done
+    std::optional<bool> status;             // whether the camera sends its messages; off with --raw
+    std::optional<unsigned> packets_every;  // 10 where the camera sends nothing else, else 0
+    double seconds = 0;                     // 0: until the work is done
     double wait_seconds = 60;
+
+    bool sends_status() const { return status.value_or(raw.empty()); }
 };
 
 // nullopt after the message on standard error, with the status to exit with in *status; for --help

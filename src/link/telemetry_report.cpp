@@ -123,8 +123,14 @@ std::uint16_t gimbal_limit(const CameraState& state) {
     return static_cast<std::uint16_t>(state.attitude_consts[Index].load());
 }
 
+struct StatusField {
+    std::size_t offset;
+    std::size_t size;
+    std::uint16_t (*value)(const CameraState&);
+};
+
+// Each pair of limits is swapped: the main application takes the lower end for the first.
 // clang-format off
-struct StatusField { std::size_t offset; std::size_t size; std::uint16_t (*value)(const CameraState&); };
 constexpr StatusField kStatusFields[] = {
     { 2, 1, word<&S::gimbal_unlocked>},
     { 3, 2, word<&S::yaw>},
@@ -146,7 +152,7 @@ constexpr StatusField kStatusFields[] = {
     {26, 1, word<&S::gimbal_error>},
     {27, 1, word<&S::camera_flag>},
     {28, 1, word<&S::settings_byte100>},
-    {29, 2, gimbal_limit<1>},   // each pair swapped: the main application expects the lower end first
+    {29, 2, gimbal_limit<1>},
     {31, 2, gimbal_limit<0>},
     {33, 2, gimbal_limit<3>},
     {35, 2, gimbal_limit<2>},
@@ -165,6 +171,8 @@ consteval bool status_fields_fill_the_record() {
     return end == kStatusRecordSize;
 }
 static_assert(status_fields_fill_the_record());
+static_assert(offsetof(CameraState, focus_byte42) < offsetof(CameraState, reserved_status_byte) &&
+              offsetof(CameraState, reserved_status_byte) < offsetof(CameraState, record_state));
 
 // The block is cut out of the record 11 bytes late, so that its end lies in what follows the array.
 static_assert(offsetof(CameraState, params_block_tail) ==

@@ -1,53 +1,15 @@
 // From another process's sticks and buttons in shared memory to the camera.
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
-#include <stdexcept>
 #include <thread>
 
 #include "tests/e2e/e2e_support.h"
 #include "tests/e2e/main_application.h"
+#include "tests/e2e/remote_control.h"
 #include "tests/protocol_page.h"
 
 namespace {
-
-constexpr std::size_t kBlockSize = 1504;
-constexpr std::size_t kPan = 1056;
-constexpr std::size_t kPosition = 1088;
-constexpr std::size_t kRecord = 1112;
-constexpr std::size_t kMode = 1120;
-
-// The process at the other end of the block.
-class RemoteControl {
-  public:
-    RemoteControl() {
-        const int fd = shm_open("/shared_rc_raw", O_RDWR, 0);
-        struct stat status {};
-        if (fd < 0 || fstat(fd, &status) != 0 || status.st_size != kBlockSize) {
-            throw std::runtime_error("the receiver has made no channel block");
-        }
-        block_ = static_cast<std::uint8_t*>(
-            mmap(nullptr, kBlockSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
-        close(fd);
-    }
-    ~RemoteControl() { munmap(block_, kBlockSize); }
-    RemoteControl(const RemoteControl&) = delete;
-    RemoteControl& operator=(const RemoteControl&) = delete;
-
-    void set(std::size_t offset, double value) {
-        auto* const channel = reinterpret_cast<double*>(block_ + offset);
-        std::atomic_ref<double>(*channel).store(value);
-    }
-
-  private:
-    std::uint8_t* block_;
-};
 
 bool is_speed(const Bytes& packet) {
     return packet.size() == 20 && packet[9] == 0x04 && packet[10] == 0x0C;

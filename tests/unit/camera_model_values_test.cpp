@@ -10,9 +10,7 @@
 namespace {
 
 using std::chrono::milliseconds;
-using testing::Each;
 using testing::ElementsAre;
-using testing::SizeIs;
 
 struct NamedText {
     const char* name;

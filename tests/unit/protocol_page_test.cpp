@@ -21,6 +21,7 @@
 #include "protocol/camera_packet.h"
 #include "protocol/camera_state.h"
 #include "tests/cases/app_commands.h"
+#include "tests/cases/report_datagrams.h"
 #include "tests/protocol_page.h"
 #include "usb/camera_send.h"
 #include "video/frame_layout.h"
@@ -71,36 +72,8 @@ TEST_F(ProtocolPage, EmptyTextReport) {
 }
 
 TEST_F(ProtocolPage, TextReport) {
-    CameraState& state = camera_state;
-    state.camera_detected = 1;
-    write_shared_text(state.camera_model, "DJI Osmo RAW (X5R)");
-    write_shared_text(state.camera_mode, "video");
-    write_shared_text(state.sd, "29.3G");
-    write_shared_text(state.ssd, "440.2G");
-    state.shots_left = 3120;
-    write_shared_text(state.rec_time_left, "01:12:05");
-    write_shared_text(state.rec_time, "00:00:12");
-    state.voltage = 11400;
-    state.current = -820;
-    state.battery_level = 87;
-    write_shared_text(state.shot_mode, "JPG");
-    write_shared_text(state.resolution, "1920x1080");
-    write_shared_text(state.framerate, "30");
-    write_shared_text(state.aperture, "2.8");
-    write_shared_text(state.shutter, "1/50");
-    write_shared_text(state.shutter_set, "1/50");
-    state.iso = 400;
-    write_shared_text(state.iso_set, "400");
-    write_shared_text(state.ev, "0");
-    write_shared_text(state.image_mode, "manual");
-    write_shared_text(state.color_mode, "d-log");
-    write_shared_text(state.wb, "custom");
-    state.wb_temp = 5600;
-    write_shared_text(state.ratio, "16:9");
-    write_shared_text(state.video_std, "PAL");
-    write_shared_text(state.antiflicker, "50 Hz");
-    limits.mf_min = 10;
-    limits.mf_max = 90;
+    fill_reported_state(camera_state, limits);
+    camera_state.ae = 0;
     EXPECT_EQ(page_block("<!-- report: example -->"), text_report());
 }
 

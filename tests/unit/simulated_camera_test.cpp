@@ -16,8 +16,6 @@
 
 namespace {
 
-using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::internal::CaptureStderr;
@@ -86,7 +84,7 @@ class SimulatedCameraOnBoard : public testing::Test {
         std::vector<Envelope> all;
         const Bytes bytes = received();
         for (std::size_t at = 0; at + 8 <= bytes.size();) {
-            const std::size_t end = at + 8 + bytes[at + 4] + 256U * bytes[at + 5];
+            const std::size_t end = at + 8 + bytes[at + 4] + std::size_t{256} * bytes[at + 5];
             if (bytes[at] != 0x55 || bytes[at + 1] != 0xCC || bytes[at + 3] != 0x57) {
                 ADD_FAILURE() << "no envelope at byte " << at;
                 return all;

@@ -4,8 +4,9 @@
 #include <atomic>
 #include <cstdint>
 
-// In the camera's focus-position units, taken as written. The main application's receive thread
-// replaces them, the telemetry and remote-control threads read them: two words without a lock.
+// In percents of the camera's focus range, taken as written; both 0: no limits. The main
+// application's receive thread replaces them, the telemetry and remote-control threads read them:
+// two words without a lock.
 struct FocusLimits {
     std::atomic<std::int32_t> mf_min;
     std::atomic<std::int32_t> mf_max;

@@ -133,7 +133,8 @@ int camera_set_shutter(const char* shutter) {
 int camera_set_aperture(const char* aperture) {
     const float f_number = to_single(strtod(aperture, nullptr));
     fprintf(stderr, "Camera set aperture %1.2f\n", static_cast<double>(f_number));
-    // In single precision, where every f-number comes out whole: in double 1.7 would lose one.
+    // In single precision, where every f-number comes out whole: 2.8, which it holds as a little
+    // less, would give 279 if the product were a double.
     const float hundredths = f_number * 100.0F;
     auto packet = kAperture;
     write_le16(&packet[kPayload], static_cast<std::uint16_t>(saturate_to_int32(hundredths)));

@@ -2,8 +2,8 @@
 // capture_commands.h; the settings that take a text log it before they look at it.
 #pragma once
 
-int camera_set_ae_lock(
-    const char* state);  // "lock", "unlock"; any other word sends unlock, unlogged
+// "lock", "unlock"; any other word sends the unlocking packet without a log line.
+int camera_set_ae_lock(const char* state);
 int camera_set_exposure_point(int point);  // the low 8 bits are sent
 int camera_set_exposure_center();
 

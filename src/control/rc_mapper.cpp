@@ -18,11 +18,6 @@
 
 namespace {
 
-// Camera models with a focus of their own.
-constexpr std::uint8_t kModelX5 = 1;
-constexpr std::uint8_t kModelX5R = 5;
-constexpr std::uint8_t kModelZ3 = 11;
-
 constexpr std::uint8_t kModePhoto = 0;
 constexpr std::uint8_t kModeVideo = 1;
 

@@ -3,6 +3,7 @@
 #include <stdio.h>
 
 #include <array>
+#include <cassert>
 #include <cstddef>
 #include <span>
 
@@ -10,6 +11,7 @@
 #include "control/image_commands.h"
 #include "control/setting_lists.h"
 #include "protocol/camera_state.h"
+#include "protocol/shared_fields.h"
 
 namespace {
 
@@ -20,8 +22,8 @@ struct Setting {
     int (*set)(const char* value);
 };
 
-// The temperature that a step to "custom" brings, and so sets again: the reported one. Nothing
-// reports the reserved field, which would go before it. The line end is kept: the log shows it.
+// The temperature that a step to "custom" sets again: the reported one. The reserved field, if ever
+// written, wins over it. The line end is kept: the log shows it.
 int set_reported_wb(const char* mode) {
     const float reserved = camera_state.wb_temp_reserved;
     const float kelvin = reserved != 0.0F ? reserved : camera_state.wb_temp.load();
@@ -31,27 +33,27 @@ int set_reported_wb(const char* mode) {
 }
 
 // clang-format off
-constexpr Setting kImageNone{"image mode",     camera_state.image_mode,  {},             camera_set_image_mode};
-constexpr Setting kImageX3  {"image mode",     camera_state.image_mode,  kImageModesX3,  camera_set_image_mode};
-constexpr Setting kImageX5  {"image mode",     camera_state.image_mode,  kImageModesX5,  camera_set_image_mode};
-constexpr Setting kShutter  {"shutter value",  camera_state.shutter_set, kShutterSteps,  camera_set_shutter};
-constexpr Setting kAperture {"aperture value", camera_state.aperture,    kApertureSteps, camera_set_aperture};
-constexpr Setting kIso      {"ISO",            camera_state.iso_set,     kIsoSteps,      camera_set_iso};
-constexpr Setting kEv       {"EV",             camera_state.ev,          kEvSteps,       camera_set_ev};
-constexpr Setting kWb       {"WB",             camera_state.wb,          kWbSteps,       set_reported_wb};
-constexpr Setting kColor    {"color mode",     camera_state.color_mode,  kColorSteps,    camera_set_color};
+constexpr Setting kImageNoneSetting{"image mode",     camera_state.image_mode,  {},             camera_set_image_mode};
+constexpr Setting kImageX3Setting  {"image mode",     camera_state.image_mode,  kImageModesX3,  camera_set_image_mode};
+constexpr Setting kImageX5Setting  {"image mode",     camera_state.image_mode,  kImageModesX5,  camera_set_image_mode};
+constexpr Setting kShutterSetting  {"shutter value",  camera_state.shutter_set, kShutterSteps,  camera_set_shutter};
+constexpr Setting kApertureSetting {"aperture value", camera_state.aperture,    kApertureSteps, camera_set_aperture};
+constexpr Setting kIsoSetting      {"ISO",            camera_state.iso_set,     kIsoSteps,      camera_set_iso};
+constexpr Setting kEvSetting       {"EV",             camera_state.ev,          kEvSteps,       camera_set_ev};
+constexpr Setting kWbSetting       {"WB",             camera_state.wb,          kWbSteps,       set_reported_wb};
+constexpr Setting kColorSetting    {"color mode",     camera_state.color_mode,  kColorSteps,    camera_set_color};
 // clang-format on
 
 const Setting& image_mode_setting() {
     switch (camera_state.camera_model_code) {
-        case 0:   // X3
-        case 11:  // Z3
-            return kImageX3;
-        case 1:  // X5
-        case 5:  // X5R
-            return kImageX5;
+        case kModelX3:
+        case kModelZ3:
+            return kImageX3Setting;
+        case kModelX5:
+        case kModelX5R:
+            return kImageX5Setting;
         default:
-            return kImageNone;
+            return kImageNoneSetting;
     }
 }
 
@@ -59,6 +61,7 @@ const Setting& image_mode_setting() {
 // which in a ring is its beginning: its neighbours are the second entry and the last.
 std::size_t reported_index(const Setting& setting) {
     std::array<char, 32> text{};
+    assert(setting.reported.size() <= text.size());
     read_shared_bytes(text.data(), setting.reported.data(), setting.reported.size() - 1);
     return index_of(setting.steps, text.data());
 }
@@ -93,49 +96,49 @@ int camera_prev_image_mode() {
 }
 
 int camera_next_shutter() {
-    return step_forward(kShutter);
+    return step_forward(kShutterSetting);
 }
 
 int camera_prev_shutter() {
-    return step_back(kShutter);
+    return step_back(kShutterSetting);
 }
 
 int camera_next_aperture() {
-    return step_forward(kAperture);
+    return step_forward(kApertureSetting);
 }
 
 int camera_prev_aperture() {
-    return step_back(kAperture);
+    return step_back(kApertureSetting);
 }
 
 int camera_next_iso() {
-    return step_forward(kIso);
+    return step_forward(kIsoSetting);
 }
 
 int camera_prev_iso() {
-    return step_back(kIso);
+    return step_back(kIsoSetting);
 }
 
 int camera_next_ev() {
-    return step_forward(kEv);
+    return step_forward(kEvSetting);
 }
 
 int camera_prev_ev() {
-    return step_back(kEv);
+    return step_back(kEvSetting);
 }
 
 int camera_next_wb() {
-    return step_forward(kWb);
+    return step_forward(kWbSetting);
 }
 
 int camera_prev_wb() {
-    return step_back(kWb);
+    return step_back(kWbSetting);
 }
 
 int camera_next_color() {
-    return step_forward(kColor);
+    return step_forward(kColorSetting);
 }
 
 int camera_prev_color() {
-    return step_back(kColor);
+    return step_back(kColorSetting);
 }

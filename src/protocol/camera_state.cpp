@@ -1,3 +1,3 @@
 #include "protocol/camera_state.h"
 
-CameraState camera_state;
+constinit CameraState camera_state{};

@@ -126,4 +126,10 @@ struct CameraState {
 
 static_assert(sizeof(float) == 4, "the camera sends IEEE single precision");
 
+// Codes of the models that differ in what can be done to them.
+inline constexpr std::uint8_t kModelX3 = 0;
+inline constexpr std::uint8_t kModelX5 = 1;
+inline constexpr std::uint8_t kModelX5R = 5;
+inline constexpr std::uint8_t kModelZ3 = 11;
+
 extern CameraState camera_state;

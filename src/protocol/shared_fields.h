@@ -10,7 +10,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 // Reads and writes as a plain T does.
 template <typename T>
@@ -56,9 +55,11 @@ inline void read_shared_bytes(void* to, const void* from, std::size_t count) {
 // that every reader finds an end.
 template <std::size_t N>
 void write_shared_text(char (&field)[N], const char* text) {
-    const std::size_t length = strnlen(text, N - 1);
-    write_shared_bytes(field, text, length);
-    write_shared_bytes(field + length, "", 1);
+    std::size_t i = 0;
+    for (; i < N - 1 && text[i] != '\0'; ++i) {
+        std::atomic_ref(field[i]).store(text[i], std::memory_order_relaxed);
+    }
+    std::atomic_ref(field[i]).store('\0', std::memory_order_relaxed);
 }
 
 // A copy, for whoever compares or prints the text.

@@ -16,6 +16,9 @@ void expect_case(const CommandCase& expected) {
     const CommandRun run = run_command(expected.run);
     EXPECT_EQ(run.log, expected.log);
     EXPECT_EQ(run.packets, expected.packets);
+    if (expected.log != "Camera set focus type inf\n") {
+        EXPECT_EQ(sent_and_paused, expected.packets) << "rests between its packets";
+    }
     if (expected.packets.empty()) {
         EXPECT_NE(run.result, 0);
     } else {
@@ -27,6 +30,16 @@ TEST(AllCommands, LogAndSendWhatTheirCasesShow) {
     for (const CommandCase& expected : command_cases()) {
         expect_case(expected);
     }
+}
+
+TEST(AllCommands, LogTheirLineBeforeTheySend) {
+    at_each_step = [] { fputs("[step]", stderr); };
+    for (const CommandCase& expected : command_cases()) {
+        camera_state = CameraState{};
+        const std::string printed = run_command(expected.run).log;
+        EXPECT_EQ(printed.substr(0, printed.find('[')), expected.log) << expected.name;
+    }
+    at_each_step = nullptr;
 }
 
 TEST(AllCommands, ReturnTheFailureOfTheLastPacket) {

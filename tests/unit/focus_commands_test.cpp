@@ -31,6 +31,20 @@ TEST(FocusType, InfinityDrivesTheLensBetweenTwoPauses) {
     EXPECT_EQ(run.result, 4);
 }
 
+// The remote control goes by the flag: it must not turn back a change that is still on its way.
+TEST(FocusType, InfinityIsNotedWhenAllIsDone) {
+    static std::string seen;
+    camera_state.focus_infinity = 0;
+    at_each_step = [] { seen += camera_state.focus_infinity != 0 ? '1' : '0'; };
+    for (const char* type : {"inf", "mf", "inf", "af"}) {
+        focus_type(type);
+        seen += ' ';
+    }
+    at_each_step = nullptr;
+    EXPECT_EQ(seen, "000000 1 000000 11 ");
+    camera_state.focus_infinity = 0;
+}
+
 TEST(FocusType, InfinityIsNotedAndMfAndAfTakeItBack) {
     for (const char* back : {"mf", "af"}) {
         camera_state.focus_infinity = 0;

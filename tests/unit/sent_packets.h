@@ -17,6 +17,8 @@ inline std::string sent_packets;
 inline std::string sent_and_paused;
 // Result of the next camera_send(); each call raises it by one.
 inline ssize_t next_send_result = 0;
+// Called at each packet and each pause, where a test wants to see what stands at that moment.
+inline void (*at_each_step)() = nullptr;
 
 ssize_t camera_send(const std::uint8_t* packet, std::size_t length) {
     std::string line;
@@ -25,12 +27,18 @@ ssize_t camera_send(const std::uint8_t* packet, std::size_t length) {
         snprintf(byte, sizeof(byte), "%02X%c", packet[i], i + 1 == length ? '\n' : ' ');
         line += byte;
     }
+    if (at_each_step != nullptr) {
+        at_each_step();
+    }
     sent_packets += line;
     sent_and_paused += line;
     return next_send_result++;
 }
 
 extern "C" int usleep(useconds_t microseconds) {
+    if (at_each_step != nullptr) {
+        at_each_step();
+    }
     sent_and_paused += "pause " + std::to_string(microseconds) + "\n";
     return 0;
 }

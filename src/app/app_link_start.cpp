@@ -16,9 +16,7 @@ constexpr std::uint16_t kRxBufferSize = 10000;
 constexpr std::uint16_t kAnyPort = 0;
 constexpr std::uint32_t kPresenceTimeoutMs = 1000;
 
-// One byte longer than what is offered to the channel: a datagram that fills the buffer is still
-// followed by a NUL byte, so that a reader of text cannot run out of it.
-std::uint8_t rx_buffer[kRxBufferSize + 1];
+std::uint8_t rx_buffer[kRxBufferSize];
 
 void report_found() {
     fprintf(stderr, "Main application found\n");

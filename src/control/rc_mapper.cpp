@@ -145,15 +145,15 @@ void send_focus(RcMapperState& state, int percent) {
 // -- channels ----------------------------------------------------------------------------------
 
 bool lock_is_enabled(RcRawBlock& block) {
-    return read_rc_field(block.lock_enable) != 0;
+    return read_rc_word(block.lock_enable) != 0;
 }
 
 bool ev_abs_is_enabled(RcRawBlock& block) {
-    return read_rc_field(block.ev_abs_enable) != 0;
+    return read_rc_word(block.ev_abs_enable) != 0;
 }
 
 bool focus_abs_is_enabled(RcRawBlock& block) {
-    return read_rc_field(block.focus_abs_enable) != 0;
+    return read_rc_word(block.focus_abs_enable) != 0;
 }
 
 // When a channel's action is called, and with what: the sign, or the place or position.
@@ -166,7 +166,7 @@ enum class Kind : std::uint8_t {
 };
 
 struct Channel {
-    double RcRawBlock::*field;
+    RcChannel RcRawBlock::*field;
     Kind kind;
     void (*action)(RcMapperState& state, int argument);
     bool (*is_enabled)(RcRawBlock& block) = nullptr;  // null: always
@@ -226,7 +226,7 @@ int position_of(double value, double half_range, int most) {
 }
 
 void evaluate(RcMapperState& state, const Channel& channel, std::int8_t& previous) {
-    const double value = read_rc_field(state.block->*channel.field);
+    const double value = read_rc_channel(state.block->*channel.field);
     const int sign = rc_sign(value);
     if (channel.kind == kThirdStops) {
         channel.action(state, position_of(value, 9.5, 18));

@@ -11,51 +11,58 @@
 #include <cstddef>
 #include <cstdint>
 
+// A double as two words, each of which every processor reads in one piece. One that is being
+// written may be seen half old and half new.
+struct RcChannel {
+    std::uint32_t low;
+    std::uint32_t high;
+};
+
 struct RcRawBlock {
     std::uint8_t writers_own[1056];
-    double pan;
-    double tilt;
-    double dutch;
-    double unused_1080;
-    double position;
-    double lock;   // while lock_enable is not 0
-    double lock2;  // always
-    double record;
-    double mode;
-    double focus_type;
-    double focus_in;
-    double focus_out;
-    double focus_abs;  // while focus_abs_enable is not 0
-    double zoom_in;
-    double zoom_out;
-    double zoom;
-    double dzoom_in;
-    double dzoom_out;
-    double dzoom;
-    double ae_lock;
-    double unused_1216;
-    double image_mode;
-    double image_mode_next;
-    double image_mode_prev;
-    double iso;
-    double iso_next;
-    double iso_prev;
-    double shutter;
-    double shutter_next;
-    double shutter_prev;
-    double aperture;
-    double aperture_next;
-    double aperture_prev;
-    double color;
-    double color_next;
-    double color_prev;
-    double wb;
-    double wb_next;
-    double wb_prev;
-    double ev_abs;  // while ev_abs_enable is not 0
-    double ev;
-    double ev_next;
-    double ev_prev;
+    RcChannel pan;
+    RcChannel tilt;
+    RcChannel dutch;
+    RcChannel unused_1080;
+    RcChannel position;
+    RcChannel lock;   // while lock_enable is not 0
+    RcChannel lock2;  // always
+    RcChannel record;
+    RcChannel mode;
+    RcChannel focus_type;
+    RcChannel focus_in;
+    RcChannel focus_out;
+    RcChannel focus_abs;  // while focus_abs_enable is not 0
+    RcChannel zoom_in;
+    RcChannel zoom_out;
+    RcChannel zoom;
+    RcChannel dzoom_in;
+    RcChannel dzoom_out;
+    RcChannel dzoom;
+    RcChannel ae_lock;
+    RcChannel unused_1216;
+    RcChannel image_mode;
+    RcChannel image_mode_next;
+    RcChannel image_mode_prev;
+    RcChannel iso;
+    RcChannel iso_next;
+    RcChannel iso_prev;
+    RcChannel shutter;
+    RcChannel shutter_next;
+    RcChannel shutter_prev;
+    RcChannel aperture;
+    RcChannel aperture_next;
+    RcChannel aperture_prev;
+    RcChannel color;
+    RcChannel color_next;
+    RcChannel color_prev;
+    RcChannel wb;
+    RcChannel wb_next;
+    RcChannel wb_prev;
+    RcChannel ev_abs;  // while ev_abs_enable is not 0
+    RcChannel ev;
+    RcChannel ev_next;
+    RcChannel ev_prev;
     std::uint8_t unused_1400[22];
     std::uint8_t lock_enable;
     std::uint8_t unused_1423[13];
@@ -116,9 +123,14 @@ static_assert(offsetof(RcRawBlock, focus_abs_enable) == 1436);
 static_assert(offsetof(RcRawBlock, ev_abs_enable)    == 1490);
 // clang-format on
 
-// What stands in a field of the block at this moment. A double may be seen half old and half new
-// where the processor, or the writer's, moves it in two pieces.
-template <typename Field>
-Field read_rc_field(Field& field) {
-    return std::atomic_ref<Field>(field).load(std::memory_order_relaxed);
+// What stands in a field of the block at this moment.
+template <typename Word>
+Word read_rc_word(Word& word) {
+    return std::atomic_ref<Word>(word).load(std::memory_order_relaxed);
+}
+
+inline double read_rc_channel(RcChannel& channel) {
+    const std::uint64_t low = read_rc_word(channel.low);
+    const std::uint64_t high = read_rc_word(channel.high);
+    return std::bit_cast<double>(high << 32 | low);
 }

@@ -38,9 +38,9 @@ void move_gimbal(double pan, double tilt, double dutch) {
 }  // namespace
 
 void rc_copy_sticks(RcMapperState& state) {
-    state.pan = read_rc_field(state.block->pan);
-    state.tilt = read_rc_field(state.block->tilt);
-    state.dutch = read_rc_field(state.block->dutch);
+    state.pan = read_rc_channel(state.block->pan);
+    state.tilt = read_rc_channel(state.block->tilt);
+    state.dutch = read_rc_channel(state.block->dutch);
 }
 
 void rc_drive_gimbal(RcMapperState& state) {

@@ -198,6 +198,9 @@ inline constexpr AppCommandCase kAppCommands[] = {
     {"NoColon",            R"({"cmd" "shot"})",                    ""},
     {"SingleQuotes",       R"({'cmd':'shot'})",                    ""},
     {"Binary",             "\x01\x80\xFF\xFE{",                    ""},
+    {"RealsRoundedTwice",
+     R"({"cmd":"focus","param":"point","value":"1.0000000596046448","value2":"0"})",
+     "camera_set_focus_point(1,0)\n"},
     {"NotUtf8",            "{\"cmd\":\"iso\",\"param\":\"\xC3\x28\"}", "camera_set_iso(\xC3\x28)\n"},
 };
 // clang-format on

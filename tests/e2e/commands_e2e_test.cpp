@@ -65,6 +65,22 @@ TEST_F(Commands, BinaryZoomMessage) {
     EXPECT_TRUE(receiver->wait_for("Set optical zoom 0\nSet optical zoom 1\n", 5s));
 }
 
+// It runs on the remote-control thread, one packet a cycle.
+TEST_F(Commands, ContinuousDigitalZoomStartsAndStops) {
+    ASSERT_TRUE(app.command(R"({"cmd":"set","name":"movement","value":"rel"})"));
+    ASSERT_TRUE(app.send({0x05, 0x01, 0x01, 0x00}));
+    ASSERT_TRUE(board->wait_for_bulk_in(4, 5s)) << receiver->output();
+    ASSERT_TRUE(app.send({0x05, 0x01, 0x00, 0x00}));
+    for (std::size_t before = 0; before != board->bulk_in().size();) {
+        before = board->bulk_in().size();
+        usleep(200000);  // ten cycles
+    }
+    for (const Bytes& packet : board->bulk_in()) {
+        EXPECT_EQ(Bytes(packet.begin() + 9, packet.end() - 2),
+                  (Bytes{0x02, 0x34, 0x09, 0x00, 0x00, 0x64, 0x00}));
+    }
+}
+
 TEST_F(Commands, FocusLimitsAreSavedAndReported) {
     // The partition is remounted after the shell commands of the start.
     const std::size_t commands_of_the_start = board->shell_commands().size();

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <cstring>
 #include <stdexcept>
 
 namespace {
@@ -30,6 +30,5 @@ RemoteControl::~RemoteControl() {
 }
 
 void RemoteControl::set(std::size_t offset, double value) {
-    auto* const channel = reinterpret_cast<double*>(block_ + offset);
-    std::atomic_ref<double>(*channel).store(value);
+    memcpy(block_ + offset, &value, sizeof(value));
 }

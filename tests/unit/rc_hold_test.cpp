@@ -108,7 +108,7 @@ TEST_F(RcHold, LargestStepsStayWithinTheLevel) {
     EXPECT_EQ(cycle(), "camera_set_digital_zoom(0)\n");
 }
 
-TEST_F(RcHold, LevelThatTheCameraReportsIsTheOneThatGrows) {
+TEST_F(RcHold, LevelChangedElsewhereIsTheOneThatGrows) {
     camera_state.digital_zoom_level = 100;
     cycle_with(kDzoom, 1.0);
     camera_state.digital_zoom_level = 180;

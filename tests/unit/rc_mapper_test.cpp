@@ -260,7 +260,7 @@ const PositionCase kEvPositions[] = {
     {-1.0,          ""                     },  // place 0 counts as sent
     {0.0,           "camera_set_ev(0)\n"   },  // 9.5, cut to 9
     {0.05,          ""                     },  // 9.975
-    {0.06,          "camera_set_ev(+0.3)\n"},
+    {0.0527,        "camera_set_ev(+0.3)\n"},  // 10.0007
     {1.0,           "camera_set_ev(+3.0)\n"},  // 19, limited to 18
     {7.0,           ""                     },
     {kInfinite,     ""                     },

@@ -138,10 +138,10 @@ TEST_F(RcSharedBlock, WritersBytesAreSeenAtTheirOffsets) {
     ASSERT_NE(block_, nullptr);
     const double value = -0.75;
     ASSERT_EQ(pwrite(descriptor, &value, sizeof(value), 1392), 8);
-    EXPECT_EQ(read_rc_field(block_->ev_prev), -0.75);
+    EXPECT_EQ(read_rc_channel(block_->ev_prev), -0.75);
     const std::uint8_t enable = 7;
     ASSERT_EQ(pwrite(descriptor, &enable, 1, 1490), 1);
-    EXPECT_EQ(read_rc_field(block_->ev_abs_enable), 7);
+    EXPECT_EQ(read_rc_word(block_->ev_abs_enable), 7);
 }
 
 TEST_F(RcSharedBlock, ObjectThatCannotBeCreatedIsNone) {

@@ -20,6 +20,10 @@ git grep -E '^#include "' -- 'src/*.cpp' 'src/*.h' |
     sed -E 's|^src/([^:]*)\.[a-z]*:#include "([^"]*)\.h"$|\1 \2|; s|-internal||g' |
     awk '$1 != $2' | tsort >/dev/null
 
+step "One definition of each name"
+cmake --preset odr >/dev/null
+cmake --build --preset odr
+
 step "clang, warnings as errors"
 cmake --preset clang >/dev/null
 cmake --build --preset clang

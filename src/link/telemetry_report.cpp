@@ -129,7 +129,7 @@ struct StatusField {
     std::uint16_t (*value)(const CameraState&);
 };
 
-// Each pair of limits is swapped: the main application takes the lower end for the first.
+// Each pair of limits is swapped, kept so: the main application relies on it.
 // clang-format off
 constexpr StatusField kStatusFields[] = {
     { 2, 1, word<&S::gimbal_unlocked>},

@@ -131,7 +131,6 @@ void decode_focus(CameraState& state, Message message) {
     state.focus_valid = 1;
 }
 
-// The time last: whoever finds it new finds the block new.
 void decode_parameter_block(CameraState& state, Message message) {
     write_shared_bytes(state.params_block, &message[11], sizeof state.params_block);
     state.params_time_ms = clock_ms();

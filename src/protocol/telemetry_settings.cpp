@@ -17,9 +17,9 @@ void decode_aperture(CameraState& state, std::uint16_t raw) {
 
 void decode_ev(CameraState& state, std::uint8_t code) {
     const auto row = static_cast<std::size_t>(code - kFirstEvCode);  // huge for a code below
-    const EvStep& step = row < std::size(kEvSteps) ? kEvSteps[row] : kNoEv;
-    state.ev_value = step.value;
-    write_shared_text(state.ev, step.text);
+    const EvCode& code_text = row < std::size(kEvCodes) ? kEvCodes[row] : kNoEv;
+    state.ev_value = code_text.value;
+    write_shared_text(state.ev, code_text.text);
 }
 
 template <std::size_t N>

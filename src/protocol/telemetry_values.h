@@ -132,13 +132,13 @@ inline constexpr CodeText kAntiflickerRows[] = {
 inline constexpr CodeTexts kAntiflickers = {kAntiflickerRows, "auto"};
 
 // Exposure compensation in third-stops, of which the camera names one decimal.
-struct EvStep {
+struct EvCode {
     const char* text;
     float value;
 };
 
 inline constexpr std::uint8_t kFirstEvCode = 7;
-inline constexpr EvStep kEvSteps[] = {
+inline constexpr EvCode kEvCodes[] = {
     {"-3.0", -3.0F}, {"-2.7", -2.7F}, {"-2.3", -2.3F},  // codes  7 ..  9
     {"-2.0", -2.0F}, {"-1.7", -1.7F}, {"-1.3", -1.3F},  // codes 10 .. 12
     {"-1.0", -1.0F}, {"-0.7", -0.7F}, {"-0.3", -0.3F},  // codes 13 .. 15
@@ -147,5 +147,5 @@ inline constexpr EvStep kEvSteps[] = {
     {"+1.3",  1.3F}, {"+1.7",  1.7F}, {"+2.0",  2.0F},  // codes 20 .. 22
     {"+2.3",  2.3F}, {"+2.7",  2.7F}, {"+3.0",  3.0F},  // codes 23 .. 25
 };
-inline constexpr EvStep kNoEv = {"0", 0.0F};  // every other code
+inline constexpr EvCode kNoEv = {"0", 0.0F};  // every other code
 // clang-format on

@@ -146,6 +146,16 @@ TEST_F(ClosedLoop, RemoteControlActsOnWhatTheCameraShows) {
     EXPECT_EQ(app.wait_for_item("iso_set", "200", 5s), "200");
     remote.set(kIso, -1.0);
     EXPECT_TRUE(camera->wait_for("iso_set", "100", 5s));
+    // So does that of the compensation; its level says which one it shall be.
+    remote.set(kEv, 1.0);
+    EXPECT_TRUE(camera->wait_for("ev", "+0.3", 5s));
+    EXPECT_EQ(app.wait_for_item("ev", "+0.3", 5s), "+0.3");
+    remote.set(kEv, -1.0);
+    EXPECT_TRUE(camera->wait_for("ev", "0", 5s));
+    remote.set(kEvAbs, 1.0);
+    remote.set_byte(kEvAbsEnable, 1);
+    EXPECT_TRUE(camera->wait_for("ev", "+3.0", 5s));
+    EXPECT_EQ(app.wait_for_item("ev", "+3.0", 5s), "+3.0");
     // The stick turns the gimbal.
     const std::string yaw = *camera->get("yaw");
     remote.set(kPan, 1.0);

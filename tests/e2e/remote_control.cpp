@@ -32,3 +32,7 @@ RemoteControl::~RemoteControl() {
 void RemoteControl::set(std::size_t offset, double value) {
     memcpy(block_ + offset, &value, sizeof(value));
 }
+
+void RemoteControl::set_byte(std::size_t offset, std::uint8_t value) {
+    block_[offset] = value;
+}

@@ -10,6 +10,9 @@ inline constexpr std::size_t kPosition = 1088;
 inline constexpr std::size_t kRecord = 1112;
 inline constexpr std::size_t kMode = 1120;
 inline constexpr std::size_t kIso = 1248;
+inline constexpr std::size_t kEvAbs = 1368;
+inline constexpr std::size_t kEv = 1376;
+inline constexpr std::size_t kEvAbsEnable = 1490;
 
 class RemoteControl {
   public:
@@ -20,6 +23,7 @@ class RemoteControl {
     RemoteControl& operator=(const RemoteControl&) = delete;
 
     void set(std::size_t offset, double value);
+    void set_byte(std::size_t offset, std::uint8_t value);
 
   private:
     std::uint8_t* block_;

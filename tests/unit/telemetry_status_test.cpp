@@ -141,6 +141,23 @@ TEST(TelemetryStatus, TheStopFindsTheFlagsAndTheBusyTextFollowsIt) {
     EXPECT_STREQ(state.busy_text, "LOOP");
 }
 
+// All three flags are looked at again after the stop, not taken from the message.
+TEST(TelemetryStatus, BusyTextIsOfTheFlagsAsTheStopLeavesThem) {
+    CameraState state{};
+    during_stop = [&state] { state.status_flags = 0x00; };
+    decode_bytes(state, kStatus, {{13, 0x08}});
+    EXPECT_STREQ(state.busy_text, "");
+    EXPECT_EQ(state.busy, 0);
+    during_stop = [&state] {
+        state.status_flags = 0x00;
+        state.record_state = 0x08;
+    };
+    decode_bytes(state, kStatus, {{13, 0x08}});
+    during_stop = nullptr;
+    EXPECT_STREQ(state.busy_text, "SHOT");
+    EXPECT_EQ(state.busy, 1);
+}
+
 // What a fault message of that type byte and code prints; what it calls is in `operations`.
 std::string fault(CameraState& state, unsigned type, unsigned code) {
     operations.clear();

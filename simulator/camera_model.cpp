@@ -138,9 +138,7 @@ void CameraModel::format_drive() {
 }
 
 void CameraModel::focus_at(int position) {
-    if (focus_auto == 0) {
-        focus_target = std::clamp(position, 0, focus_range);
-    }
+    focus_target = std::clamp(position, 0, focus_range);
 }
 
 void CameraModel::advance(Time duration) {

@@ -96,7 +96,7 @@ class CameraModel : public CameraSettings {
     void format_card();
     void prepare_drive_format() { drive_format_prepared_ = true; }
     void format_drive();  // only where it was prepared
-    // A lens that focuses by itself does not listen.
+    // A lens that focuses by itself goes on to where it wants.
     void focus_at(int position);
 
     void advance(std::chrono::milliseconds duration);

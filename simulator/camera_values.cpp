@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <span>
@@ -179,7 +180,7 @@ bool set_aperture(CameraModel& model, const std::string& text) {
     if (!read_number(text, 1, 64, &stop)) {
         return false;
     }
-    model.aperture_set = static_cast<int>(stop * 100 + 0.5);
+    model.aperture_set = static_cast<int>(std::lround(stop * 100));
     return true;
 }
 

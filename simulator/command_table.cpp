@@ -280,7 +280,7 @@ bool one_byte(CameraModel& model, Packet packet) {
 }
 
 using Model = CameraModel;
-constexpr int kAny = CameraCommand::kAny;
+constexpr std::int16_t kAny = CameraCommand::kAny;
 
 // clang-format off
 constexpr CameraCommand kCommands[] = {

@@ -1,7 +1,6 @@
 // Every packet that the camera understands, a row each, and what it does to the camera. Reentrant.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -11,12 +10,12 @@
 // Wi-Fi, 09 the handle), type, set, id, and the length of the whole packet. Commands that only
 // their payload tells apart have its fifth byte too.
 struct CameraCommand {
-    static constexpr int kAny = -1;
+    static constexpr std::int16_t kAny = -1;
 
     const char* name;
     std::uint8_t sender, receiver, type, set, id;
-    std::size_t length;
-    int fifth;  // byte 15, or kAny
+    std::uint8_t length;
+    std::int16_t fifth;  // byte 15, or kAny
     // The packet has that length, and bytes are counted from its start. False where a byte is not
     // what the command always has there; the model may be changed all the same.
     bool (*effect)(CameraModel&, std::span<const std::uint8_t> packet);

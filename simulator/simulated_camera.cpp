@@ -92,8 +92,7 @@ bool SimulatedCamera::flush_messages() {
 
 bool SimulatedCamera::send(std::span<const std::uint8_t> envelopes) {
     const std::lock_guard wire(wire_mutex_);
-    return flush_messages() &&
-           board_.bulk_out(envelopes, options_.transfer, options_.send_timeout) && flush_messages();
+    return board_.bulk_out(envelopes, options_.transfer, options_.send_timeout) && flush_messages();
 }
 
 void SimulatedCamera::link_begins() {

@@ -2,9 +2,9 @@
 
 #include <getopt.h>
 #include <stdio.h>
-#include <stdlib.h>
 
 #include "app/process_end.h"
+#include "protocol/number_conversion.h"
 
 ReceiverOptions receiver_options;
 
@@ -59,7 +59,7 @@ void receiver_options_parse(int argc, char* const argv[]) {
                 break;
             case 's':
                 // A text that is no number is 0, which is refused below; the low 32 bits count.
-                receiver_options.dst_port = static_cast<std::int32_t>(strtol(optarg, nullptr, 10));
+                receiver_options.dst_port = parse_int32(optarg);
                 break;
             case 'v':
                 receiver_options.verbose = 1;

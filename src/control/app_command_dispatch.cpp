@@ -19,7 +19,7 @@
 #include "control/focus_commands.h"
 #include "control/gimbal_commands.h"
 #include "control/image_commands.h"
-#include "control/rc_thread.h"
+#include "control/rc_settings.h"
 #include "protocol/little_endian.h"
 #include "protocol/number_conversion.h"
 

@@ -10,7 +10,7 @@
 #include "control/focus_commands.h"
 #include "control/gimbal_commands.h"
 #include "control/image_commands.h"
-#include "control/rc_thread.h"
+#include "control/rc_settings.h"
 #include "control/setting_lists.h"
 #include "control/setting_steps.h"
 #include "protocol/camera_state.h"

@@ -1,7 +1,7 @@
 // The three sticks: the part of a cycle that moves the gimbal.
 #include "control/gimbal_commands.h"
 #include "control/rc_mapper.h"
-#include "control/rc_thread.h"
+#include "control/rc_settings.h"
 
 namespace {
 

@@ -5,10 +5,8 @@
 
 #include "app/supervision.h"
 #include "control/rc_mapper.h"
+#include "control/rc_settings.h"
 #include "control/rc_shared_block.h"
-
-std::atomic<std::int32_t> gimbal_movement_mode{kMovementUnset};
-std::atomic<std::int32_t> rc_digital_zoom_step;
 
 namespace {
 

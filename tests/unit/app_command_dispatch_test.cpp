@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "app/focus_config.h"
-#include "control/rc_thread.h"
+#include "control/rc_settings.h"
 #include "recorded_commands.h"
 #include "tests/cases/app_commands.h"
 

@@ -16,7 +16,7 @@
 #include "control/app_command_dispatch.h"
 #include "control/capture_commands.h"
 #include "control/rc_raw_block.h"
-#include "control/rc_thread.h"
+#include "control/rc_settings.h"
 #include "link/telemetry_report.h"
 #include "protocol/camera_packet.h"
 #include "protocol/camera_state.h"

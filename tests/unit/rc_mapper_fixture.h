@@ -14,7 +14,7 @@
 #include <string>
 
 #include "control/rc_mapper.h"
-#include "control/rc_thread.h"
+#include "control/rc_settings.h"
 #include "protocol/camera_state.h"
 #include "recorded_commands.h"
 

@@ -13,6 +13,7 @@
 
 #include "app/supervision.h"
 #include "control/rc_mapper.h"
+#include "control/rc_settings.h"
 #include "control/rc_shared_block.h"
 
 namespace {

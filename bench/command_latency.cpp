@@ -15,8 +15,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using std::chrono_literals::operator""ms;
-using std::chrono_literals::operator""s;
+using namespace std::chrono_literals;
 using Microseconds = std::chrono::duration<double, std::micro>;
 
 constexpr unsigned kRounds = 4;  // by turns, so that both meet the same machine

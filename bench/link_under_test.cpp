@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-using std::chrono_literals::operator""s;
+using namespace std::chrono_literals;
 
 namespace {
 

@@ -18,7 +18,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using std::chrono_literals::operator""s;
+using namespace std::chrono_literals;
 
 constexpr unsigned kPicturesPerSecond = 30;
 constexpr std::size_t kBytesPerPicture = 30'000'000 / 8 / kPicturesPerSecond;

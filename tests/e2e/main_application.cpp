@@ -52,7 +52,7 @@ std::optional<Bytes> MainApplication::receive(const Bytes& beginning, millisecon
     const auto end = Clock::now() + timeout;
     for (auto left = timeout; left > milliseconds(0);
          left = std::chrono::ceil<milliseconds>(end - Clock::now())) {
-        const std::optional<Bytes> datagram = receive(left);
+        std::optional<Bytes> datagram = receive(left);
         if (datagram && datagram->size() >= beginning.size() &&
             std::equal(beginning.begin(), beginning.end(), datagram->begin())) {
             return datagram;

@@ -40,10 +40,7 @@ void focus_config_save() {
 
 namespace {
 
-using testing::AllOf;
-using testing::EndsWith;
 using testing::SizeIs;
-using testing::StartsWith;
 
 // In a block of exactly the datagram's size, so that a byte too far is seen.
 void dispatch_bytes(const std::string& datagram) {

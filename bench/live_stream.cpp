@@ -8,7 +8,7 @@
 namespace {
 
 // Attitude, status, battery, focus, parameters, settings.
-constexpr std::uint8_t kPacketLengths[] = {25, 49, 25, 52, 25, 53, 25, 77, 25, 104};
+constexpr std::uint8_t kPacketLengths[] = {25, 50, 25, 52, 25, 53, 25, 77, 25, 104};
 
 constexpr std::size_t kShortestChunk = std::size_t{4} * 1024;
 constexpr std::size_t kLongestChunk = std::size_t{48} * 1024;
@@ -41,15 +41,17 @@ Bytes sealed_packet(std::uint8_t length) {
 
 }  // namespace
 
-Bytes camera_packets(std::size_t size) {
+Bytes camera_packets(std::size_t size, Packets kind) {
+    const int longer = kind == Packets::kUnknown ? 1 : 0;
     Bytes packets;
     for (std::size_t i = 0; packets.size() < size; ++i) {
-        append(packets, sealed_packet(kPacketLengths[i % std::size(kPacketLengths)]));
+        const int length = kPacketLengths[i % std::size(kPacketLengths)] + longer;
+        append(packets, sealed_packet(static_cast<std::uint8_t>(length)));
     }
     return packets;
 }
 
-Bytes live_stream(std::size_t size) {
+Bytes live_stream(std::size_t size, Packets kind) {
     std::minstd_rand random(1);
     std::uniform_int_distribution<std::size_t> chunk_size(kShortestChunk, kLongestChunk);
     Bytes stream;
@@ -60,7 +62,7 @@ Bytes live_stream(std::size_t size) {
             byte = static_cast<std::uint8_t>(random() >> 8);
         }
         append_envelope(stream, 0x4A, chunk);
-        append_envelope(stream, 0x49, camera_packets(chunk.size() / kVideoPerControlByte));
+        append_envelope(stream, 0x49, camera_packets(chunk.size() / kVideoPerControlByte, kind));
     }
     return stream;
 }

@@ -21,7 +21,7 @@ Bytes start_bytes() {
 
 // As many bytes of sound packets; the last one may be cut off.
 Bytes sound_packets() {
-    Bytes packets = camera_packets(kPayloadSize);
+    Bytes packets = camera_packets(kPayloadSize, Packets::kUnknown);
     packets.resize(kPayloadSize);
     return packets;
 }

@@ -2,7 +2,7 @@
 # Shows the receiver at work without a camera: scripts/demo.sh [--seconds N] [--output FILE]
 # A simulated camera plays a 1080p clip, encoded for the occasion, into the receiver; another process reads
 # the video back from shared memory and writes it to FILE (demo-video.h264), which any player opens. A small
-# main application shows the camera's telemetry as it changes, and from 16 seconds on commands the camera.
+# main application shows the camera's telemetry as it changes, and commands the camera if there are 16 seconds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=scripts/lib/packages.sh

@@ -1,6 +1,7 @@
 #include "tests/protocol_page.h"
 
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -23,6 +24,11 @@ std::string trimmed(const std::string& text) {
 }
 
 }  // namespace
+
+std::string page_text() {
+    std::ifstream page(PROTOCOL_PAGE);
+    return {std::istreambuf_iterator<char>(page), {}};
+}
 
 std::vector<std::vector<std::string>> page_table(const std::string& line) {
     std::ifstream page = open_behind(line);
@@ -62,19 +68,6 @@ std::string page_block(const std::string& line) {
         throw std::runtime_error("no block behind \"" + line + "\"");
     }
     return block;
-}
-
-Bytes bytes_of_hex(const std::string& hex) {
-    Bytes bytes;
-    std::istringstream digits(hex);
-    for (std::string each; digits >> each;) {
-        std::size_t used = 0;
-        bytes.push_back(static_cast<std::uint8_t>(std::stoul(each, &used, 16)));
-        if (used != 2 || each.size() != 2) {
-            throw std::runtime_error("not a byte: " + each);
-        }
-    }
-    return bytes;
 }
 
 std::string unquoted(const std::string& cell) {

@@ -82,7 +82,7 @@ void meter_at_center(const Words& /*words*/) {
     camera_set_exposure_center();
 }
 
-// Only "custom" has a temperature.
+// Only "custom" has a temperature; the others are whole without one.
 void set_white_balance(const Words& words) {
     if (words.value != nullptr) {
         camera_set_wb(words.param, words.value);

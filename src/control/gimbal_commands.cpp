@@ -16,8 +16,8 @@ constexpr double kSpeedScale = 1000.0;
 constexpr double kPanScale = 1800.0;
 constexpr double kDutchScale = 450.0;
 // Down and up have different ranges, and the gimbal counts both the other way round.
-constexpr double kTiltDownScale = -400.0;
-constexpr double kTiltUpScale = -1250.0;
+constexpr double kTiltBelowZeroScale = -400.0;
+constexpr double kTiltAboveZeroScale = -1250.0;
 
 // The spelling of "horizont" and "contr-clockwise" is kept: logs are searched for it.
 // clang-format off
@@ -63,7 +63,7 @@ int gimbal_set_speed(double s1, double s2, double s3) {
 }
 
 int gimbal_set_abs_position(double pan, double tilt, double dutch) {
-    const double tilt_scale = tilt < 0.0 ? kTiltDownScale : kTiltUpScale;
+    const double tilt_scale = tilt < 0.0 ? kTiltBelowZeroScale : kTiltAboveZeroScale;
     return gimbal_set_abs_position_raw(saturate_to_int32(pan * kPanScale),
                                        saturate_to_int32(tilt * tilt_scale),
                                        saturate_to_int32(dutch * kDutchScale));

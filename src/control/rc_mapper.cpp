@@ -29,7 +29,8 @@ void recentre(RcMapperState& /*state*/, int /*sign*/) {
     gimbal_set_position("normal");
 }
 
-void toggle_lock(RcMapperState& /*state*/, int /*sign*/) {
+// Kept: a press confirms the state that the gimbal reports, it does not change over to the other.
+void confirm_lock(RcMapperState& /*state*/, int /*sign*/) {
     gimbal_orientation_lock(camera_state.gimbal_unlocked == 1 ? "unlock" : "lock");
 }
 
@@ -179,8 +180,8 @@ using enum Kind;
 // clang-format off
 constexpr Channel kChannels[] = {
     {&Block::position,        kButton,     recentre},
-    {&Block::lock,            kButton,     toggle_lock, lock_is_enabled},
-    {&Block::lock2,           kButton,     toggle_lock},
+    {&Block::lock,            kButton,     confirm_lock, lock_is_enabled},
+    {&Block::lock2,           kButton,     confirm_lock},
     {&Block::mode,            kButton,     toggle_mode},
     {&Block::record,          kHold,       record_or_shoot},
     {&Block::focus_type,      kButton,     toggle_focus_type},

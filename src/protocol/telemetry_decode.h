@@ -8,7 +8,7 @@
 struct CameraState;
 
 // Takes one packet, checks its length and both its sums, and decodes it. A sum that is wrong is
-// reported. USB reader thread.
+// reported. For packets that no scanner has looked at: the stream's have been. USB reader thread.
 void telemetry_decode(CameraState* state, const std::uint8_t* packet, std::size_t length);
 
 // The same for a packet whose start byte, length byte and sums the scanner has just found right:

@@ -1,5 +1,7 @@
 // From the main application's datagrams to the camera.
 
+#include <thread>
+
 #include "tests/e2e/e2e_support.h"
 #include "tests/e2e/main_application.h"
 
@@ -19,6 +21,7 @@ class Commands : public ReceiverTest {
         ASSERT_TRUE(board->wait_for_endpoints(5s));
         camera_sends();
     }
+    void TearDown() override { EXPECT_EQ(refused_packets(), 0U); }
     // Some bytes, so that the link is in use and its time-out begins anew.
     void camera_sends() { ASSERT_TRUE(board->bulk_out(Bytes(3, 0))); }
 
@@ -143,6 +146,7 @@ TEST_F(Commands, WhatSaysNothingDoesNoHarm) {
 TEST_F(Commands, NoneIsLostAtTwoHundredASecond) {
     constexpr int kCommands = 400;
     std::size_t packets = 0;
+    auto due = std::chrono::steady_clock::now();
     for (int i = 0; i < kCommands; ++i) {
         const bool slow = i % 20 == 0;
         ASSERT_TRUE(app.command(slow ? R"({"cmd":"focus","param":"type","value":"inf"})"
@@ -151,7 +155,8 @@ TEST_F(Commands, NoneIsLostAtTwoHundredASecond) {
         if (i % 100 == 0) {
             camera_sends();
         }
-        usleep(5000);
+        due += 5ms;
+        std::this_thread::sleep_until(due);
     }
     ASSERT_TRUE(board->wait_for_bulk_in(packets - 1, 10s)) << receiver->output();
     const std::vector<Bytes> sent = board->bulk_in();

@@ -10,6 +10,8 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "simulator/camera_commands.h"
+
 namespace {
 
 void remove_shared_memory() {
@@ -86,6 +88,15 @@ void ReceiverTest::expect_link_end(const std::string& lines) {
         EXPECT_EQ(rest, end) << printed;
         EXPECT_EQ(status, 1);
     }
+}
+
+unsigned ReceiverTest::refused_packets() const {
+    CameraModel camera;
+    CommandReceiver commands(camera);
+    for (const Bytes& packet : board->bulk_in()) {
+        commands.take(packet);
+    }
+    return commands.counts().refused_in_all();
 }
 
 std::string ReceiverTest::file(const std::string& place) const {

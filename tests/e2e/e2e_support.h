@@ -53,6 +53,9 @@ class ReceiverTest : public testing::Test {
     // Waits for the end of a finished link: the start's lines, these, then the end's.
     void expect_link_end(const std::string& lines);
 
+    // How many of the packets that the receiver has sent a camera would refuse.
+    unsigned refused_packets() const;
+
     std::string file(const std::string& place) const;
     void write_file(const std::string& place, const std::string& text) const;
 

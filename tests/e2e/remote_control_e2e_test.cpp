@@ -35,6 +35,7 @@ class RemoteControlled : public ReceiverTest {
         camera_sends();
         remote.emplace();
     }
+    void TearDown() override { EXPECT_EQ(refused_packets(), 0U); }
     // Some bytes, so that the link is in use and its time-out begins anew.
     void camera_sends() { ASSERT_TRUE(board->bulk_out(Bytes(3, 0))); }
     void set_movement(const std::string& mode) {
@@ -104,6 +105,20 @@ TEST_F(RemoteControlled, ShellExampleOfTheDocumentation) {
     const Bytes first = board->bulk_in().at(before);
     EXPECT_EQ(Bytes(first.begin() + 9, first.end() - 2),
               (Bytes{0x04, 0x0C, 0xF4, 0x01, 0x00, 0x00, 0x00, 0x00, 0x90}));
+}
+
+// A packet in each cycle of 20 ms. The bounds leave room for a busy machine, but not for a cycle of
+// another length.
+TEST_F(RemoteControlled, HeldStickSendsFiftyPacketsASecond) {
+    constexpr std::size_t kCycles = 100;
+    set_movement("rel");
+    remote->set(kPan, 0.1);
+    ASSERT_TRUE(board->wait_for_bulk_in(0, 5s));
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_TRUE(board->wait_for_bulk_in(kCycles, 10s));
+    const auto passed = std::chrono::steady_clock::now() - begin;
+    EXPECT_GT(passed, kCycles * 20ms - 100ms);
+    EXPECT_LT(passed, kCycles * 20ms * 2);
 }
 
 // A held stick sends one packet a cycle: they are the clock by which a button is timed.

@@ -53,6 +53,7 @@ class Telemetry : public ReceiverTest {
         start_configured(app.arguments());
         ASSERT_TRUE(board->wait_for_endpoints(5s));
     }
+    void TearDown() override { EXPECT_EQ(refused_packets(), 0U); }
     // One control envelope, and a filler chunk that completes it.
     void camera_sends(const Bytes& packets) {
         Bytes stream = control_envelope(packets);

@@ -14,6 +14,7 @@ void expect_case(const CommandCase& expected) {
     camera_state = CameraState{};
     next_send_result = kFirstSendResult;
     const CommandRun run = run_command(expected.run);
+    EXPECT_EQ(camera_state.digital_zoom_level, 0) << "which is the remote control's to change";
     EXPECT_EQ(run.log, expected.log);
     EXPECT_EQ(run.packets, expected.packets);
     if (expected.log != "Camera set focus type inf\n") {

@@ -66,6 +66,16 @@ TEST_F(Commands, DriveIsFormattedByTheSecondOfTwo) {
     EXPECT_EQ(camera_value(model, "ssd"), "512000");
 }
 
+TEST_F(Commands, CentredSticksStopTheGimbal) {
+    model.gimbal.turn(100, 100, 100);
+    take("55 15 04 A9 09 04 02 01 20 04 01 00 04 00 04 00 04 80 00 87 23");
+    const GimbalModel before = model.gimbal;
+    model.advance(milliseconds(100));
+    EXPECT_EQ(model.gimbal.yaw.angle, before.yaw.angle);
+    EXPECT_EQ(model.gimbal.pitch.angle, before.pitch.angle);
+    EXPECT_EQ(model.gimbal.roll.angle, before.roll.angle);
+}
+
 TEST_F(Commands, WifiBandHoldsFromTheRestartOn) {
     take("55 0E 04 66 02 07 00 00 40 07 10 01 59 83");
     EXPECT_EQ(camera_value(model, "wifi"), "2.4");

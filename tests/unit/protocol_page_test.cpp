@@ -17,6 +17,7 @@
 #include "control/capture_commands.h"
 #include "control/rc_raw_block.h"
 #include "control/rc_settings.h"
+#include "hex_bytes.h"
 #include "link/telemetry_report.h"
 #include "protocol/camera_packet.h"
 #include "protocol/camera_state.h"
@@ -27,6 +28,8 @@
 #include "video/frame_layout.h"
 
 namespace {
+
+using Bytes = std::vector<std::uint8_t>;
 
 std::vector<Bytes> sent;
 FocusLimits limits;
@@ -192,6 +195,26 @@ TEST_F(ProtocolPage, ExampleOfTheStatusRecord) {
               Bytes(record.begin(), record.end()));
 }
 
+TEST_F(ProtocolPage, ExampleOfTheParameterBlock) {
+    fill_reported_state(camera_state, limits);
+    const auto block = build_parameter_block(camera_state);
+    EXPECT_EQ(bytes_of_hex(page_block("<!-- parameters: example -->")),
+              Bytes(block.begin(), block.end()));
+}
+
+TEST_F(ProtocolPage, FirstBytesAndLengthsOfTheReports) {
+    const auto rows = page_table("<!-- reports -->");
+    ASSERT_EQ(rows.size(), 3U);
+    EXPECT_EQ(bytes_of_hex(rows[0].at(1)), Bytes{0x07});
+    EXPECT_EQ(rows[0].at(2), "below " + std::to_string(kTextReportCapacity) + " bytes");
+    const auto record = build_status_record(camera_state);
+    EXPECT_EQ(bytes_of_hex(rows[1].at(1)), Bytes(record.begin(), record.begin() + 2));
+    EXPECT_EQ(rows[1].at(2), std::to_string(record.size()) + " bytes");
+    const auto block = build_parameter_block(camera_state);
+    EXPECT_EQ(bytes_of_hex(rows[2].at(1)), Bytes(block.begin(), block.begin() + 2));
+    EXPECT_EQ(rows[2].at(2), std::to_string(block.size()) + " bytes");
+}
+
 // "01 02 02 01; 04 ..." as packets' receiver, set, id and payload.
 std::vector<Bytes> packets_of_cell(const std::string& cell) {
     constexpr char kThreeTimes[] = "three times: ";
@@ -298,6 +321,23 @@ TEST_F(ProtocolPage, SlotOfTheRing) {
     EXPECT_EQ(offset(1), kSlotSequenceOffset);
     EXPECT_EQ(offset(4), kSlotHeaderSize);
     EXPECT_EQ(std::stoul(rows.at(4).at(1)), kMaxPartSize);
+    std::size_t end = 0;
+    for (const auto& row : rows) {
+        EXPECT_EQ(std::stoul(row.at(0)), end);
+        end += std::stoul(row.at(1));
+    }
+    EXPECT_EQ(end, kSlotSize);
+}
+
+TEST_F(ProtocolPage, SizesOfTheSharedMemory) {
+    const std::string page = page_text();
+    EXPECT_THAT(page, testing::HasSubstr("`vantarel_framebuffer`, " +
+                                         std::to_string(kFrameBufferSize) + " bytes"));
+    EXPECT_THAT(
+        page, testing::HasSubstr(std::to_string(kTranscodingBufferSize) + " bytes with slots of " +
+                                 std::to_string(kTranscodingSlotSize)));
+    EXPECT_THAT(
+        page, testing::HasSubstr("`shared_rc_raw`, " + std::to_string(kRcRawBlockSize) + " bytes"));
 }
 
 TEST_F(ProtocolPage, Channels) {

@@ -95,6 +95,9 @@ TEST(TelemetryDecode, ChangedBody) {
 const Bytes kWrongHeaderSum = {0x55, 0x0E, 0x04, 0x67, 0x02, 0x01, 0xDE,
                                0x2F, 0x40, 0x02, 0x02, 0x01, 0xF9, 0x7F};
 
+const Bytes kFlagWithWrongHeaderSum = {0x55, 0x0F, 0x04, 0xA3, 0x02, 0x01, 0x05, 0x00,
+                                       0x00, 0x09, 0x52, 0x01, 0x00, 0x18, 0x14};
+
 TEST(TelemetryDecode, WrongHeaderSum) {
     EXPECT_EQ(printed(kWrongHeaderSum), "CRC8 wrong\n");
 }
@@ -105,14 +108,35 @@ TEST(TelemetryDecode, OfTwoWrongSumsOnlyTheCrc16IsNamed) {
     EXPECT_EQ(printed(packet), "CRC16 wrong\n");
 }
 
+// The packet sets the flag when it is taken.
 TEST(TelemetryDecode, RefusedPacketsLeaveTheState) {
-    CameraState state;
-    memset(static_cast<void*>(&state), 0, sizeof state);
-    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&state);
+    CameraState state{};
+    const auto flag_after = [&](std::size_t byte, std::uint8_t change, std::size_t length) {
+        Bytes packet = kCameraFlag;
+        packet[byte] = static_cast<std::uint8_t>(packet[byte] ^ change);
+        packet.resize(std::max(packet.size(), length));
+        state.camera_flag = 0;
+        testing::internal::CaptureStderr();
+        telemetry_decode(&state, packet.data(), length);
+        testing::internal::GetCapturedStderr();
+        return state.camera_flag.load();
+    };
+    EXPECT_EQ(flag_after(0, 0x00, 15), 1);
+    EXPECT_EQ(flag_after(0, 0x01, 15), 0) << "start byte";
+    EXPECT_EQ(flag_after(1, 0x01, 15), 0) << "length byte";
+    EXPECT_EQ(flag_after(0, 0x00, 14), 0) << "shorter than it says";
+    EXPECT_EQ(flag_after(0, 0x00, 256 + 15), 0) << "longer than it says";
+    EXPECT_EQ(flag_after(3, 0x01, 15), 0) << "header sum";
+    EXPECT_EQ(flag_after(7, 0x01, 15), 0) << "a byte under the CRC-16";
+    EXPECT_EQ(flag_after(13, 0x01, 15), 0) << "CRC-16";
+}
+
+TEST(TelemetryDecode, WrongHeaderSumUnderARightCrc16LeavesTheState) {
+    CameraState state{};
     testing::internal::CaptureStderr();
-    telemetry_decode(&state, kWrongHeaderSum.data(), kWrongHeaderSum.size());
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(std::count(bytes, bytes + sizeof state, 0), static_cast<long>(sizeof state));
+    telemetry_decode(&state, kFlagWithWrongHeaderSum.data(), kFlagWithWrongHeaderSum.size());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "CRC8 wrong\n");
+    EXPECT_EQ(state.camera_flag, 0);
 }
 
 TEST(CameraState, StartsAsZero) {

@@ -7,8 +7,8 @@
 #include "simulator/camera_model.h"
 
 // Who sends it to whom (02 the application, 09 another in its name; 01 the camera, 04 the
-// gimbal, 07 and 09 other units), type, set, id, and the length of the whole packet. Commands that only
-// their payload tells apart have its fifth byte too.
+// gimbal, 07 and 09 other units), type, set, id, and the length of the whole packet. Commands that
+// only their payload tells apart have its fifth byte too.
 struct CameraCommand {
     static constexpr std::int16_t kAny = -1;
 

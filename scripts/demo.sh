@@ -59,7 +59,8 @@ run=$(mktemp -d /tmp/receiver-demo.XXXXXX)
 shared_memory=(/dev/shm/vantarel_framebuffer /dev/shm/vantarel_framebuffer_transcoding /dev/shm/shared_rc_raw)
 rm -f "${shared_memory[@]}"
 camera='' application=''
-stop() { # PID
+# stop PID: it may have ended by itself, and ends with a status of its own in either case.
+stop() {
     [ -n "$1" ] || return 0
     kill "$1" 2>/dev/null || true
     wait "$1" 2>/dev/null || true

@@ -11,6 +11,7 @@ shared_memory=(/dev/shm/vantarel_framebuffer /dev/shm/vantarel_framebuffer_trans
 rm -f "${shared_memory[@]}"
 camera=
 finish() {
+    # Still there only where something has failed already: that failure is the one to report.
     if [ -n "$camera" ]; then
         kill "$camera" 2>/dev/null || true
         wait "$camera" 2>/dev/null || true

@@ -12,6 +12,7 @@
 #include "simulator/ring_reader.h"
 #include "simulator/simulated_board.h"
 #include "tests/e2e/receiver_process.h"
+#include "tests/e2e/udp_peer.h"
 
 using std::chrono_literals::operator""ms;
 using std::chrono_literals::operator""s;
@@ -68,16 +69,3 @@ Bytes clip(const std::string& name);
 
 // Collects parts from the ring until there are this many, or the time is up.
 std::vector<Bytes> parts_from_ring(std::size_t count, std::chrono::milliseconds timeout);
-
-// A UDP socket on 127.0.0.1 (or another loopback address) of its own.
-class UdpPeer {
-  public:
-    explicit UdpPeer(const std::string& host = "127.0.0.1", std::uint16_t port = 0);
-    ~UdpPeer();
-    UdpPeer(const UdpPeer&) = delete;
-    UdpPeer& operator=(const UdpPeer&) = delete;
-    bool send(std::uint16_t port, const Bytes& datagram) const;
-
-  private:
-    int fd_;
-};

@@ -45,6 +45,19 @@ TEST_F(Link, LinuxHostEnumeratesIt) {
                                                        0x07, 0x05, 0x02, 0x02, 0x00, 0x02, 0x00}));
 }
 
+// The host selects the configuration before the receiver looks for events the first time. A kernel
+// that took it for one that leaves this to the kernel would not tell it.
+TEST_F(Link, EveryStartEndsConfigured) {
+    for (int start_number = 1; start_number <= 20; ++start_number) {
+        start();
+        ASSERT_TRUE(board->wait_for_device(10s)) << receiver->output();
+        ASSERT_TRUE(board->configure()) << "start " << start_number;
+        ASSERT_TRUE(receiver->wait_for("USB connected\n", 2s)) << "start " << start_number;
+        ASSERT_TRUE(board->wait_for_endpoints(1s)) << "start " << start_number;
+        ASSERT_EQ(receiver->count("USB connected\n"), 1) << "start " << start_number;
+    }
+}
+
 TEST_F(Link, StringsAnswerAsDescribed) {
     struct Case {
         std::uint8_t index;

@@ -1,0 +1,96 @@
+#include "tests/board/board_controls.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace {
+
+void run(const std::string& command) {
+    if (std::system(command.c_str()) != 0) {
+        throw std::runtime_error(command);
+    }
+}
+
+void write_text(const std::string& path, const std::string& text) {
+    std::ofstream file(path);
+    file << text << std::flush;
+    if (!file) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+bool is_loaded(const std::string& module) {
+    return std::filesystem::exists("/sys/module/" + module + "/refcnt");
+}
+
+void unload(const std::string& module) {
+    if (is_loaded(module)) {
+        run("rmmod " + module);
+    }
+}
+
+}  // namespace
+
+void unload_controller() {
+    unload("dummy_hcd");
+}
+
+void load_controller(UsbSpeed speed) {
+    unload_controller();
+    run(std::string("modprobe dummy_hcd is_super_speed=0 is_high_speed=") +
+        (speed == UsbSpeed::kHigh ? "1" : "0"));
+}
+
+void unload_gadgetfs() {
+    while (std::system("umount /dev/gadgetfs 2>/dev/null") == 0) {
+    }
+    std::filesystem::remove_all("/dev/gadget");
+    std::filesystem::remove_all("/dev/gadgetfs");
+    unload("gadgetfs");
+}
+
+void hide_gadgetfs_module(bool hidden) {
+    static const char kList[] = "/etc/modprobe.d/hidden.conf";
+    std::filesystem::create_directories("/etc/modprobe.d");
+    if (hidden) {
+        write_text(kList, "install gadgetfs /bin/false\n");
+    } else {
+        std::filesystem::remove(kList);
+    }
+}
+
+void switch_port(bool on) {
+    write_text("/sys/bus/usb/devices/usb1/1-0:1.0/usb1-port1/disable", on ? "0" : "1");
+}
+
+void leave_out_interface_strings(bool leave_out) {
+    write_text("/sys/module/usbcore/parameters/quirks", leave_out ? "18d1:2d01:c" : "\n");
+}
+
+void set_clock_back(std::chrono::seconds by) {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    now.tv_sec -= by.count();
+    if (settimeofday(&now, nullptr) != 0) {
+        throw std::runtime_error("settimeofday");
+    }
+}
+
+int module_users(const std::string& name) {
+    return is_loaded(name) ? static_cast<int>(kernel_number("/sys/module/" + name + "/refcnt"))
+                           : -1;
+}
+
+long kernel_number(const std::string& path) {
+    std::ifstream file(path);
+    long number = 0;
+    if (!(file >> number)) {
+        throw std::runtime_error("cannot read " + path);
+    }
+    return number;
+}

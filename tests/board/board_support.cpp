@@ -1,0 +1,82 @@
+#include "tests/board/board_support.h"
+
+#include <sys/mman.h>
+
+#include <filesystem>
+
+#include "simulator/camera_stream.h"
+
+BoardTest::BoardTest() : host(std::make_unique<UsbHost>()) {
+    for (const auto& object : std::filesystem::directory_iterator("/dev/shm")) {
+        std::filesystem::remove(object);
+    }
+    unload_gadgetfs();
+    load_controller();
+}
+
+BoardTest::~BoardTest() {
+    if (HasFailure() && receiver) {
+        printf("-- the receiver's lines\n%s--\n", receiver->output().c_str());
+    }
+}
+
+void BoardTest::start(const std::vector<std::string>& arguments) {
+    receiver.reset();
+    receiver =
+        std::make_unique<ReceiverProcess>(arguments, std::vector<std::string>{kPathWithStandIn});
+}
+
+void BoardTest::start_linked(const std::vector<std::string>& arguments) {
+    start(arguments);
+    ASSERT_TRUE(receiver->wait_for("Gadget init done\n", 20s)) << receiver->output();
+    set_clock_back(60s);
+    link_up();
+}
+
+void BoardTest::link_up() {
+    ASSERT_TRUE(host->wait_for_device(20s)) << receiver->output();
+    ASSERT_TRUE(host->open());
+    ASSERT_TRUE(host->claim());
+    ASSERT_TRUE(receiver->wait_for("USB connected\n", 1s)) << receiver->output();
+}
+
+void BoardTest::start_streaming(const std::vector<std::string>& arguments) {
+    ASSERT_NO_FATAL_FAILURE(start_linked(arguments));
+    ASSERT_TRUE(host->bulk_out(idle_stream(512)));
+    ASSERT_TRUE(host->wait_for_bulk_out_taken(10s)) << receiver->output();
+}
+
+std::string BoardTest::lines_after_start() const {
+    const std::string printed = receiver->lines_without_delta();
+    EXPECT_TRUE(printed.starts_with(kStartLines)) << printed;
+    return printed.substr(std::min(printed.size(), sizeof kStartLines - 1));
+}
+
+// While the device is being closed, a clock whose low 32 bits are positive as a signed number makes
+// the supervision see a silence above every limit; see docs/known-limits.md.
+void BoardTest::expect_link_end(const std::string& lines) {
+    const std::string timeout = "Camera connection timeout\n";
+    const std::string end = "Exit gadget\nUSB receiver exit\n";
+    const std::optional<int> status = receiver->wait_exit(20s);
+    std::string printed = lines_after_start();
+    const std::string before = lines + "read failed\npoll error or break!\n";
+    ASSERT_EQ(printed.substr(0, before.size()), before);
+    printed.erase(0, before.size());
+    if (const std::size_t at = printed.find(timeout); at != std::string::npos) {
+        printed.erase(at, timeout.size());
+        EXPECT_TRUE(end.starts_with(printed)) << printed;
+        EXPECT_TRUE(status == 1 || status == 2);
+    } else {
+        EXPECT_EQ(printed, end);
+        EXPECT_EQ(status, 1);
+    }
+}
+
+Bytes idle_stream(std::size_t size) {
+    Bytes stream;
+    const Bytes envelope = video_envelope(filler_chunk());
+    while (stream.size() < size) {
+        stream.insert(stream.end(), envelope.begin(), envelope.end());
+    }
+    return stream;
+}

@@ -1,0 +1,60 @@
+// What the tests on the virtual board share: the board as at power-on, the receiver on it, and the
+// USB host at the other end of its cable.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "simulator/usb_host.h"
+#include "tests/board/board_controls.h"
+#include "tests/e2e/receiver_process.h"
+
+using std::chrono_literals::operator""ms;
+using std::chrono_literals::operator""s;
+
+inline constexpr char kPathWithStandIn[] = "PATH=/board/bin:/bin:/sbin:/usr/bin:/usr/sbin";
+
+// What the receiver prints, without its first run's words about the channel block, until the host
+// may come.
+inline constexpr char kStartLines[] =
+    "DJI Osmo Pro/RAW Wired USB receiver\n"
+    "Board model: Raspberry Pi 4 Model B Rev 1.4\n"
+    "Board supported\n"
+    "Loading camera config file... failed\n"
+    "Init telemetry buffer\n"
+    "Init frame buffer 60003624 bytes\n"
+    "Init frame buffer for transcoding 13003624 bytes\n"
+    "Creating new shared raw RC\n"
+    "Mounting gadgetfs\n"
+    "USB device opened\n"
+    "Gadget init done\n";
+
+class BoardTest : public testing::Test {
+  protected:
+    BoardTest();
+    ~BoardTest() override;
+
+    void start(const std::vector<std::string>& arguments = {});
+    // The same until the host has enumerated the device and holds its interface. The clock is put
+    // back on the way, so that a slow emulation does not count as the camera's silence.
+    void start_linked(const std::vector<std::string>& arguments = {});
+    // The host's part of that.
+    void link_up();
+    // The same until data flows.
+    void start_streaming(const std::vector<std::string>& arguments = {});
+
+    // Waits for the end of a link that has failed: status, and the lines after the start's.
+    void expect_link_end(const std::string& lines);
+    // The receiver's lines after the start's, "delta N" left out. Fails where those are not first.
+    std::string lines_after_start() const;
+
+    std::unique_ptr<ReceiverProcess> receiver;
+    std::unique_ptr<UsbHost> host;
+};
+
+// Envelopes with filler chunks, which the receiver takes and drops: at least this many bytes.
+Bytes idle_stream(std::size_t size);

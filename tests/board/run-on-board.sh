@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Runs a program of the arm64 build on a virtual board of its own: run-on-board.sh PROGRAM ARGUMENTS...
+# The program's output and exit status are this command's. A list of tests needs no board.
+set -euo pipefail
+program=$(realpath "$1")
+shift
+build=${program%/arm64/*}
+here=$(dirname "$(realpath "$0")")
+
+for argument in "$@"; do
+    if [ "$argument" = --gtest_list_tests ]; then
+        exec qemu-aarch64-static -L "$build/sysroot/arm64" "$program" "$@"
+    fi
+done
+
+mkdir -p "$build/board-runs"
+run=$(mktemp -d "$build/board-runs/XXXXXX")
+{
+    printf 'exec %q' "/mnt/build/${program#"$build/arm64/"}"
+    printf ' %q' "$@"
+    echo
+} >"$run/command"
+
+"$here/guest/board.sh" "$build/board" -dtb "$build/board/board.dtb" \
+    -append "console=ttyAMA0 quiet oops=panic panic=-1 rdinit=/init" -serial "file:$run/console" \
+    -virtfs "local,path=$build/arm64,mount_tag=build,security_model=none,readonly=on" \
+    -virtfs "local,path=$run,mount_tag=run,security_model=none" </dev/null
+
+cat "$run/output" 2>/dev/null || true
+if [ ! -s "$run/status" ]; then
+    echo "The board ended before the program did; the end of its console:"
+    tail -n 40 "$run/console"
+    exit 1
+fi
+status=$(cat "$run/status")
+if [ "$status" -eq 0 ]; then
+    rm -rf "$run"
+else
+    echo "The run's files are in $run"
+fi
+exit "$status"

@@ -69,7 +69,7 @@ void switch_port(bool on) {
 }
 
 void leave_out_interface_strings(bool leave_out) {
-    write_text("/sys/module/usbcore/parameters/quirks", leave_out ? "18d1:2d01:c" : "\n");
+    write_text("/sys/module/usbcore/parameters/quirks", leave_out ? "18d1:2d01:d" : "\n");
 }
 
 void set_clock_back(std::chrono::seconds by) {

@@ -5,6 +5,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=scripts/lib/packages.sh
 . scripts/lib/packages.sh
+# shellcheck source=scripts/lib/debian-root.sh
+. scripts/lib/debian-root.sh
 need_packages "${board_packages[@]}"
 
 board=build/board
@@ -13,7 +15,7 @@ guest=tests/board/guest
 # loaded when the first thread is cancelled.
 guest_packages=(linux-image-arm64 dash busybox kmod libc6 libgcc-s1 libstdc++6 libcjson1 libinih1 libusb-1.0-0)
 
-stamp=$(cat "$0" "$guest"/* | sha256sum)
+stamp=$(cat "$0" scripts/lib/debian-root.sh "$guest"/* | sha256sum)
 if [ "$(cat "$board/stamp" 2>/dev/null)" = "$stamp" ]; then
     exit 0
 fi
@@ -21,9 +23,7 @@ fi
 echo "Making the virtual board in $board"
 rm -rf "$board"
 mkdir -p "$board/parts"
-# Only unpacked: nothing of another architecture runs here, so that it needs neither root nor binfmt_misc.
-mmdebstrap --quiet --variant=extract --architectures=arm64 --include="$(IFS=,; echo "${guest_packages[*]}")" \
-    --extract-hook="$guest/finish-root.sh \"\$1\"" bookworm "$board/root.tar"
+unpack_debian arm64 "$board/root.tar" "${guest_packages[@]}" -- --extract-hook="$guest/finish-root.sh \"\$1\""
 bsdtar -xf "$board/root.tar" -C "$board/parts" 'boot/vmlinuz-*'
 mv "$board"/parts/boot/vmlinuz-* "$board/kernel"
 bsdtar -cf "$board/root.cpio" --format newc --exclude '^./boot/*' --exclude '^./var/*' "@$board/root.tar"

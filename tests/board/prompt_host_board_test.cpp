@@ -1,0 +1,31 @@
+// Linux's own host is prompt: it configures the device less than half a second after its
+// description was written, before the process's first regular look at endpoint zero.
+
+#include <signal.h>
+
+#include "tests/board/board_support.h"
+
+namespace {
+
+constexpr int kStarts = 20;
+
+class PromptHost : public BoardTest {};
+
+TEST_F(PromptHost, EveryStartEndsConfigured) {
+    leave_out_interface_strings(true);  // they would only cost time
+    int configured = 0;
+    for (int i = 0; i < kStarts; ++i) {
+        start();
+        const bool connected = receiver->wait_for("USB connected\n", 10s);
+        EXPECT_TRUE(connected) << "start " << i << "\n" << receiver->output();
+        EXPECT_TRUE(host->wait_for_device(5s)) << "start " << i;
+        EXPECT_EQ(host->configuration_value(), 2U) << "start " << i;
+        EXPECT_EQ(receiver->count("USB connected\n"), 1) << "start " << i;
+        configured += connected ? 1 : 0;
+        receiver->signal(SIGTERM);
+        EXPECT_EQ(receiver->wait_exit(10s), 1);
+    }
+    EXPECT_EQ(configured, kStarts);
+}
+
+}  // namespace

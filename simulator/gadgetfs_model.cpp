@@ -95,7 +95,7 @@ std::optional<CallResult> GadgetfsModel::read_control(std::size_t size, bool non
     if (!injected_reads_.empty() && size > 0) {
         CallResult result = std::move(injected_reads_.front());
         injected_reads_.pop_front();
-        process_listens_ = true;
+        process_listens_ = process_listens_ || size >= kEventSize;
         if (result.bytes.size() > size) {
             result.bytes.resize(size);
             result.result = static_cast<long>(size);
@@ -229,8 +229,8 @@ void GadgetfsModel::setup(const SetupPacket& packet, Bytes data_out, bool to_pro
     if (!to_process) {
         std::optional<ControlResult> answer = kernel_answer(packet);
         if (!answer && !process_listens_) {
-            // Nobody reads events yet, and the kernel decides alone: it configures the device, of
-            // which the process never hears, and stalls the rest.
+            // Nobody has read events yet, and the kernel decides alone: it configures the device,
+            // of which the process never hears, and stalls the rest.
             answer.emplace();
             answer->status = is_set_configuration(packet) ? ControlStatus::kAcknowledged
                                                           : ControlStatus::kStalled;

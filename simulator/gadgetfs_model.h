@@ -64,10 +64,6 @@ class GadgetfsModel {
     // A control request. Whatever the kernel answers by itself is answered at once, unless
     // `to_process`; the answer is then or later in control_answer().
     void setup(const SetupPacket& packet, Bytes data_out, bool to_process);
-    // Whether the kernel answers it by itself, also to a process that listens.
-    bool kernel_answers(const SetupPacket& packet) const {
-        return description_ && kernel_answer(packet);
-    }
     // What the host got, once; nullopt while there is no answer.
     std::optional<ControlResult> control_answer();
     bool host_waits() const { return host_waits_; }
@@ -79,8 +75,6 @@ class GadgetfsModel {
     Bytes description() const { return description_ ? description_->written : Bytes(); }
     bool connected() const { return speed_ != UsbSpeed::kUnknown; }
     UsbSpeed speed() const { return speed_; }
-    // Whether the process has begun to read events. Before, the kernel does not ask it.
-    bool process_listens() const { return process_listens_; }
     const Bytes& last_control_write() const { return last_control_write_; }
 
   private:
@@ -107,6 +101,8 @@ class GadgetfsModel {
     std::optional<DeviceDescription> description_;
     UsbSpeed speed_ = UsbSpeed::kUnknown;
     std::uint8_t configuration_ = 0;
+    // From the first read that has room for an event, whatever it returns. Before, the kernel does
+    // not ask the process.
     bool process_listens_ = false;
     std::deque<Event> events_;
     std::deque<CallResult> injected_reads_;

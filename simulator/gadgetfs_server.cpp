@@ -116,7 +116,7 @@ int GadgetfsServer::poll_timeout() const {
         return -1;
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(first - Clock::now()).count();
-    return static_cast<int>(std::max<long>(left, 0));
+    return static_cast<int>(std::max<decltype(left)>(left, 0));
 }
 
 void GadgetfsServer::accept_connection() {
@@ -214,7 +214,11 @@ void GadgetfsServer::take_open(const Connection& connection, const FileRequest& 
 void GadgetfsServer::take_write(const Connection& connection, const FileRequest& request,
                                 std::span<const std::uint8_t> bytes) {
     if (connection->kind == ConnectionKind::kControl) {
+        const bool described = model_.described();
         const CallResult result = model_.write_control(bytes);
+        if (!described && model_.described()) {
+            described_at_ = Clock::now();
+        }
         show_endpoint_files();
         send_reply(*connection, request, result);
         return;

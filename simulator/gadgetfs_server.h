@@ -32,6 +32,8 @@ class GadgetfsServer {
 
     Lock lock() const { return Lock(mutex_); }
     GadgetfsModel& model() { return model_; }
+    // When the description was accepted that model() has.
+    Clock::time_point described_at() const { return described_at_; }
     // Completes the calls that waited for this, and wakes who waits in wait_until().
     void model_changed();
     template <typename Condition>
@@ -78,6 +80,7 @@ class GadgetfsServer {
     std::map<std::string, int> clear_halts_;
     bool hold_bulk_in_ = false;
     bool endpoint_files_shown_ = false;
+    Clock::time_point described_at_;
     bool stop_ = false;
     int listener_ = -1;
     int wake_ = -1;

@@ -71,6 +71,13 @@ struct SimulatedBoard::Impl {
     ControlResult control(const SetupPacket& setup, Bytes data_out, Milliseconds timeout,
                           bool to_process);
 
+    // With the lock let go. At once where no device is described.
+    void wait_after_description(GadgetfsServer::Lock& lock, Milliseconds time) {
+        const GadgetfsModel& model = server->model();
+        server->wait_until(lock, server->described_at() + time,
+                           [&model] { return !model.described(); });
+    }
+
     // Kept by the caller while it sends, without the lock: the device may take its time.
     std::shared_ptr<GadgetfsConnection> out_endpoint() const {
         const auto lock = server->lock();
@@ -162,7 +169,8 @@ Bytes SimulatedBoard::last_control_write() const {
 // -- the USB host's side
 
 void SimulatedBoard::connect(UsbSpeed speed) {
-    const auto lock = impl_->server->lock();
+    auto lock = impl_->server->lock();
+    impl_->wait_after_description(lock, impl_->options.host_connects_after);
     impl_->server->model().connect(speed);
     impl_->server->model_changed();
 }
@@ -190,13 +198,10 @@ void SimulatedBoard::suspend() {
 ControlResult SimulatedBoard::Impl::control(const SetupPacket& setup, Bytes data_out,
                                             Milliseconds timeout, bool to_process) {
     const std::scoped_lock one_at_a_time(one_request);
-    const auto deadline = Clock::now() + timeout;
     auto lock = server->lock();
     GadgetfsModel& model = server->model();
-    if (!options.prompt_host && (to_process || !model.kernel_answers(setup))) {
-        server->wait_until(lock, deadline,
-                           [&model] { return model.process_listens() || !model.connected(); });
-    }
+    wait_after_description(lock, options.host_asks_after);
+    const auto deadline = Clock::now() + timeout;
     model.setup(setup, std::move(data_out), to_process);
     server->model_changed();
     server->wait_until(lock, deadline, [&model] { return !model.host_waits(); });

@@ -7,7 +7,6 @@
 // serves the receiver.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -17,16 +16,20 @@
 
 #include "simulator/usb_bus.h"
 
-using Milliseconds = std::chrono::milliseconds;
+// Linux's host with a new device, counted from the device's description. A connection must have
+// lasted 100 ms (USB 2.0, 7.1.7.3) before the port is reset, which is what the device is told of.
+// Resets, the address and the descriptors, which the kernel answers by itself, take until 420 ms;
+// then follow the requests of which a process should hear, one upon the other's answer.
+inline constexpr Milliseconds kHostConnectsAfter{100};
+inline constexpr Milliseconds kHostAsksAfter{420};
 
 struct SimulatedBoardOptions {
     std::string root = {};  // directory of the run; empty: a new one under /tmp, removed at the end
     std::string board_model = "Raspberry Pi 4 Model B Rev 1.4";
     std::string controller = "fe980000.usb";
     bool with_run_directory = true;  // whether /run/vantarel exists
-    // A host that does not wait until the process reads events. Until then the kernel acknowledges
-    // SET_CONFIGURATION by itself and stalls strings, and the process never hears of either.
-    bool prompt_host = false;
+    Milliseconds host_connects_after = kHostConnectsAfter;
+    Milliseconds host_asks_after = kHostAsksAfter;
 };
 
 class SimulatedBoard {
@@ -61,10 +64,15 @@ class SimulatedBoard {
     Bytes last_control_write() const;
 
     // -- the USB host's side --------------------------------------------------------------------
-    void connect(UsbSpeed speed = UsbSpeed::kHigh);  // queues the connect event
+    // It does not wait for the process. Until that has read the control file once, the kernel
+    // acknowledges SET_CONFIGURATION by itself and stalls strings, and the process never hears of
+    // either.
+    // Queues the connect event; for a new device not before the host sees it.
+    void connect(UsbSpeed speed = UsbSpeed::kHigh);
     void disconnect();  // queues the disconnect event; pending bulk transfers fail
     void reset();       // disconnect and connect at the same speed
     void suspend();
+    // A request to a new device waits for the host's time first; the time-out begins then.
     ControlResult control(const SetupPacket& setup, Bytes data_out = {},
                           Milliseconds timeout = Milliseconds(5000));
     // The same, but the process is asked also what the kernel would answer by itself.

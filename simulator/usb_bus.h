@@ -1,10 +1,12 @@
 // What passes between a USB host and a device, in the terms of USB 2.0, chapter 9.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <vector>
 
 using Bytes = std::vector<std::uint8_t>;
+using Milliseconds = std::chrono::milliseconds;
 
 // As gadgetfs reports it in a connect event (the kernel's usb_device_speed).
 enum class UsbSpeed : std::uint32_t { kUnknown = 0, kLow = 1, kFull = 2, kHigh = 3 };
@@ -18,7 +20,8 @@ struct SetupPacket {
     std::uint16_t length;
 };
 
-enum class ControlStatus { kAcknowledged, kStalled, kTimedOut };
+// kGone: the device left its port; only a real one does so in the middle of a request.
+enum class ControlStatus { kAcknowledged, kStalled, kTimedOut, kGone };
 
 struct ControlResult {
     ControlStatus status = ControlStatus::kTimedOut;

@@ -1,5 +1,6 @@
 #include "usb/gadget.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -47,6 +48,40 @@ void endpoint_disabled(std::uint32_t number) {
     } else if (number == kOutEndpointNumber) {
         usb_link.out_endpoint.store(nullptr, std::memory_order_release);
     }
+}
+
+// Stands while events may be handled: no bulk read is begun, and a reader that leaves by itself
+// waits with the closing of its endpoints.
+class EndpointZeroPass {
+  public:
+    EndpointZeroPass() {
+        usb_link.busy.store(1, std::memory_order_relaxed);
+        usb_link.handling_events.store(1);
+    }
+    EndpointZeroPass(const EndpointZeroPass&) = delete;
+    EndpointZeroPass& operator=(const EndpointZeroPass&) = delete;
+    ~EndpointZeroPass() {
+        usb_link.handling_events.store(0);
+        usb_link.busy.store(0, std::memory_order_relaxed);
+    }
+};
+
+// Reads the control file once without waiting, for the sake of having read it: until a process
+// does, the kernel takes the device for one that leaves control requests to it. It acknowledges
+// SET_CONFIGURATION by itself and stalls strings, and the process never hears of either. A Linux
+// host selects the configuration 0.42 s after the description was written, before the watchdog's
+// first look that finds an event, at 0.5 s: it would send to a device whose endpoints nobody opens.
+void begin_to_listen() {
+    const int fd = usb_link.control.fd;
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0) {
+        return;  // a read that waits for the host would hold up the start
+    }
+    {
+        const EndpointZeroPass pass;
+        usb_gadget_handle_event(usb_link.handle);
+    }
+    fcntl(fd, F_SETFL, flags);
 }
 
 // What the control file has. False when the link is finished.
@@ -98,6 +133,7 @@ int gadget_init(std::uint16_t vendor_id, std::uint16_t product_id) {
     usb_gadget_set_debug_level(usb_link.handle, 0);
     usb_link.control.fd = usb_gadget_control_fd(usb_link.handle);
     usb_link.control.events = POLLIN | POLLPRI;
+    begin_to_listen();
     if (pthread_mutex_init(&usb_link.mutex, nullptr) != 0) {
         std::fprintf(stderr, "Mutex init failed");
         return -1;
@@ -112,11 +148,11 @@ int gadget_poll() {
             usleep(kSpinTime);
         }
     }
-    usb_link.busy.store(1, std::memory_order_relaxed);
-    usb_link.handling_events.store(1);
-    const bool goes_on = service_endpoint_zero();
-    usb_link.handling_events.store(0);
-    usb_link.busy.store(0, std::memory_order_relaxed);
+    bool goes_on = false;
+    {
+        const EndpointZeroPass pass;
+        goes_on = service_endpoint_zero();
+    }
     if (!goes_on) {
         std::fprintf(stderr, "poll error or break!\n");
         return 0;

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -55,7 +56,9 @@ class CameraLinkOnBoard : public testing::Test {
     }
     ~CameraLinkOnBoard() override {
         quit_ = true;
-        watchdog_.join();
+        if (watchdog_.joinable()) {
+            watchdog_.join();
+        }
         UsbGadgetHandle* handle = usb_link.handle;
         gadget_exit();
         while (UsbGadgetEndpoint* endpoint = handle->closed) {
@@ -68,6 +71,9 @@ class CameraLinkOnBoard : public testing::Test {
     }
     void SetUp() override {
         ASSERT_TRUE(opened_);
+        watch();
+    }
+    void watch() {
         watchdog_ = std::thread([this] {
             while (!quit_ && (gadget_is_receiving() || gadget_poll() == 1)) {
                 std::this_thread::sleep_for(Milliseconds(20));
@@ -98,6 +104,22 @@ class CameraLinkOnBoard : public testing::Test {
 TEST_F(CameraLinkOnBoard, HostEnumeratesTheDevice) {
     EXPECT_TRUE(board_.enumerate());
     EXPECT_TRUE(board_.wait_for_endpoints(kSoon));
+}
+
+// The watchdog has yet to look for the first time.
+class CameraLinkWithoutWatchdog : public CameraLinkOnBoard {
+  protected:
+    void SetUp() override { ASSERT_TRUE(opened_); }
+};
+
+TEST_F(CameraLinkWithoutWatchdog, HostThatConfiguresFirstIsHeard) {
+    auto configured = std::async(std::launch::async, [this] { return board_.configure(); });
+    // The request is made, and is not for the kernel to answer.
+    EXPECT_EQ(configured.wait_for(kHostAsksAfter + Milliseconds(80)), std::future_status::timeout);
+    EXPECT_EQ(usb_link.out_endpoint, nullptr);
+    watch();
+    EXPECT_TRUE(configured.get());
+    EXPECT_TRUE(board_.wait_for_endpoints(Milliseconds(1000)));
 }
 
 TEST_F(CameraLinkOnBoard, BytesOfTheCameraReachTheDemultiplexer) {

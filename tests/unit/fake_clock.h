@@ -17,7 +17,7 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
     if (clock != CLOCK_REALTIME || now < 0) {
         return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
     }
-    time->tv_sec = now / 1000;
-    time->tv_nsec = now % 1000 * 1000000;
+    time->tv_sec = static_cast<time_t>(now / 1000);
+    time->tv_nsec = static_cast<long>(now % 1000 * 1000000);
     return 0;
 }

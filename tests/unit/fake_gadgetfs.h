@@ -47,6 +47,7 @@ struct FakeGadgetfs {
     Calls calls;
     std::map<int, std::string> files;  // by descriptor
     std::map<std::string, int> peers;  // the test's ends
+    std::size_t read_size = 0;         // of the last read
     std::size_t next_entry = 0;
     dirent entry{};
 
@@ -85,6 +86,7 @@ inline bool fake_read_ends_here(int fd, std::size_t size) {
     if (name.empty()) {
         return false;
     }
+    fake.read_size = size;
     fake_call(name + (size == 0 ? " read" : " waits"));
     return size == 0;
 }

@@ -3,12 +3,16 @@
 #include "usb/gadget.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pthread.h>
+#include <stdarg.h>
 #include <stdio.h>
 
+#include <algorithm>
 #include <new>
+#include <utility>
 
 #include "app/millisecond_clock.h"
 #include "link/udp_bridge.h"
@@ -38,6 +42,12 @@ short forced_events = 0;  // what poll returns at once; 0: what the file has
 int busy_in_poll = 0;
 int handling_in_poll = 0;
 int handling_in_event = 0;
+int busy_in_event = 0;
+// What the host did before the device was looked at: there as its flags are asked for.
+Bytes first_events;
+bool control_breaks_first = false;
+int fcntls = 0;
+int failing_fcntl = 0;  // the first, second, third; 0: none
 
 }  // namespace
 
@@ -54,6 +64,7 @@ bool usb_reader_start() {
     }
     steps.push_back("start reader");
     handling_in_event = usb_link.handling_events;
+    busy_in_event = usb_link.busy;
     usb_link.reader = 1;
     return true;
 }
@@ -68,6 +79,8 @@ void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
 extern "C" {
 int __real_poll(pollfd* files, nfds_t count, int timeout);
 int __wrap_poll(pollfd* files, nfds_t count, int timeout);
+int __real_fcntl(int fd, int operation, ...);
+int __wrap_fcntl(int fd, int operation, ...);
 int __wrap_system(const char* command);
 int __wrap_usleep(useconds_t time);
 int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
@@ -87,6 +100,31 @@ int __wrap_poll(pollfd* files, nfds_t count, int timeout) {
         return -1;
     }
     return __real_poll(files, count, timeout);
+}
+
+// "FILE gets flags", "FILE is non-blocking" and "FILE blocks" among the calls.
+int __wrap_fcntl(int fd, int operation, ...) {
+    va_list arguments;
+    va_start(arguments, operation);
+    const int flags = operation == F_SETFL ? va_arg(arguments, int) : 0;
+    va_end(arguments);
+    const std::string name = fake_name(fd);
+    if (operation == F_GETFL && !first_events.empty()) {
+        fake_send(name, first_events);
+    }
+    if (operation == F_GETFL && control_breaks_first) {
+        fake_break(name);
+    }
+    if (++fcntls == failing_fcntl) {
+        errno = EBADF;
+        return -1;
+    }
+    const char* const text = operation == F_GETFL             ? " gets flags"
+                             : flags == O_RDWR                ? " blocks"
+                             : flags == (O_RDWR | O_NONBLOCK) ? " is non-blocking"
+                                                              : " gets other flags";
+    fake_call(name + text);
+    return __real_fcntl(fd, operation, flags);
 }
 
 int __wrap_system(const char* command) {
@@ -149,7 +187,10 @@ class Gadget : public testing::Test {
         allocation_fails = mutex_fails = thread_fails = poll_fails = false;
         bridge_result = 0;
         forced_events = 0;
-        busy_in_poll = handling_in_poll = handling_in_event = 0;
+        busy_in_poll = handling_in_poll = handling_in_event = busy_in_event = 0;
+        first_events.clear();
+        control_breaks_first = false;
+        fcntls = failing_fcntl = 0;
         usb_link.handling_events = 0;
         usb_link.in_endpoint = nullptr;
         usb_link.out_endpoint = nullptr;
@@ -203,7 +244,7 @@ TEST_F(Gadget, StartMountsThenOpensTheAccessoryDevice) {
                          "bridge 6000",
                      }));
     const Calls calls = take_calls();
-    ASSERT_EQ(calls.size(), 1U);
+    ASSERT_FALSE(calls.empty());
     EXPECT_TRUE(calls[0].ends_with(" 12 01 00 02 FF 00 00 00 D1 18 01 2D 00 00 19 2D 65 01"));
 }
 
@@ -280,6 +321,123 @@ TEST_F(Gadget, InitFailsWithoutAMutex) {
     CaptureStderr();
     EXPECT_EQ(gadget_init(0x18D1, 0x2D01), -1);
     EXPECT_EQ(GetCapturedStderr(), "USB device opened\nMutex init failed");
+}
+
+// -- the first look at the control file ----------------------------------------------------------
+
+// The device opened with that to find in the first look; the lines between the opening's own.
+std::string first_look(const Bytes& events) {
+    const std::string before = "USB device opened\n";
+    const std::string after = "Gadget init done\n";
+    first_events = events;
+    CaptureStderr();
+    EXPECT_EQ(gadget_init(0x18D1, 0x2D01), 0);
+    const std::string lines = GetCapturedStderr();
+    EXPECT_TRUE(lines.starts_with(before) && lines.ends_with(after)) << lines;
+    return lines.substr(before.size(), lines.size() - before.size() - after.size());
+}
+
+// All of them since the opening, the read that may wait included, but for the description.
+Calls calls_behind_the_description() {
+    const std::lock_guard lock(fake.mutex);
+    return fake.calls.empty() ? Calls{} : Calls(fake.calls.begin() + 1, fake.calls.end());
+}
+
+TEST_F(Gadget, InitLooksOnceWithoutWaitingThenTheFileBlocksAgain) {
+    {
+        const LinesAmongCalls lines;
+        EXPECT_EQ(gadget_init(0x18D1, 0x2D01), 0);
+    }
+    EXPECT_EQ(calls_behind_the_description(), (Calls{
+                                                  "prints USB device opened\n",
+                                                  "fe980000.usb gets flags",
+                                                  "fe980000.usb is non-blocking",
+                                                  "fe980000.usb waits",
+                                                  "fe980000.usb blocks",
+                                                  "prints Gadget init done\n",
+                                              }));
+    EXPECT_EQ(fake.read_size, 60U);
+    EXPECT_EQ(__real_fcntl(usb_link.control.fd, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(usb_link.busy, 0);
+    EXPECT_EQ(usb_link.handling_events, 0);
+}
+
+TEST_F(Gadget, FirstLookTakesWhatIsThereAndNoMore) {
+    EXPECT_EQ(first_look(kConnectHigh), "");
+    EXPECT_EQ(usb_link.handle->speed, 3);
+    EXPECT_EQ(std::ranges::count(calls_behind_the_description(), "fe980000.usb waits"), 1);
+}
+
+TEST_F(Gadget, FirstLookMayFindADisconnect) {
+    EXPECT_EQ(first_look(kDisconnect), "USB disconnected\n");
+    EXPECT_EQ(take_calls().back(), "fe980000.usb blocks");
+}
+
+TEST_F(Gadget, FirstLookMayFindASuspend) {
+    EXPECT_EQ(first_look(kSuspend), "");
+}
+
+TEST_F(Gadget, FirstLookAnswersARequest) {
+    EXPECT_EQ(first_look({0x80, 6, 0, 3, 0, 0, 255, 0, 3, 0, 0, 0}), "");
+    EXPECT_EQ(calls_behind_the_description(), (Calls{
+                                                  "fe980000.usb gets flags",
+                                                  "fe980000.usb is non-blocking",
+                                                  "fe980000.usb waits",
+                                                  "fe980000.usb write 04 03 09 04",
+                                                  "fe980000.usb blocks",
+                                              }));
+}
+
+TEST_F(Gadget, FirstLookMayConfigureTheDevice) {
+    Bytes events = kConnectHigh;
+    events.insert(events.end(), kConfigure2.begin(), kConfigure2.end());
+    EXPECT_EQ(first_look(events), "USB connected\n");
+    EXPECT_STREQ(usb_link.in_endpoint.load()->name, "ep6in-bulk");
+    EXPECT_STREQ(usb_link.out_endpoint.load()->name, "ep2out-bulk");
+    EXPECT_EQ(steps.back(), "start reader");
+    EXPECT_EQ(handling_in_event, 1);
+    EXPECT_EQ(busy_in_event, 1);
+    const Calls calls = take_calls();
+    ASSERT_GE(calls.size(), 2U);
+    EXPECT_EQ(calls[calls.size() - 2], "fe980000.usb read");  // the acknowledgement
+    EXPECT_EQ(calls.back(), "fe980000.usb blocks");
+    EXPECT_EQ(gadget_poll(), 1);
+}
+
+TEST_F(Gadget, FirstLookThatFailsIsNoFailureOfTheInit) {
+    control_breaks_first = true;
+    EXPECT_EQ(first_look({}), "");
+    EXPECT_EQ(take_calls().back(), "fe980000.usb blocks");
+}
+
+TEST_F(Gadget, FileThatWouldBlockIsNotLookedAt) {
+    for (const int failing : {1, 2}) {
+        fake_reset();
+        fcntls = 0;
+        failing_fcntl = failing;
+        EXPECT_EQ(first_look(kDisconnect), "") << failing;  // there, so that a read would not wait
+        for (const std::string& call : calls_behind_the_description()) {
+            EXPECT_NE(call, "fe980000.usb waits");
+        }
+        EXPECT_EQ(fcntls, failing);
+        delete[] usb_link.receive_buffer.exchange(nullptr);
+        free_device(std::exchange(usb_link.handle, nullptr));
+    }
+}
+
+TEST_F(Gadget, FileThatStaysNonBlockingIsNoFailureOfTheInit) {
+    failing_fcntl = 3;
+    EXPECT_EQ(first_look({}), "");
+    EXPECT_EQ(fcntls, 3);
+    EXPECT_EQ(gadget_poll(), 1);
+}
+
+TEST_F(Gadget, FirstLookComesBeforeTheMutex) {
+    mutex_fails = true;
+    first_events = kDisconnect;
+    CaptureStderr();
+    EXPECT_EQ(gadget_init(0x18D1, 0x2D01), -1);
+    EXPECT_EQ(GetCapturedStderr(), "USB device opened\nUSB disconnected\nMutex init failed");
 }
 
 // -- endpoint zero -------------------------------------------------------------------------------

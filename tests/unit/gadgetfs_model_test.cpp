@@ -418,6 +418,56 @@ TEST_F(Model, KernelDecidesAloneUntilTheProcessReadsEvents) {
     EXPECT_EQ(read_error(60), EAGAIN);
 }
 
+TEST_F(Model, ReadWithoutRoomForAnEventDoesNotCount) {
+    describe();
+    EXPECT_EQ(read_error(11), EINVAL);
+    EXPECT_EQ(read_error(0), EINVAL);
+    model.connect(UsbSpeed::kHigh);
+    model.setup(kSelect2, {}, false);
+    EXPECT_EQ(answer(), ControlStatus::kAcknowledged);
+    EXPECT_EQ(read(), kConnectEvent);
+    EXPECT_EQ(read_error(60), EAGAIN);
+}
+
+TEST_F(Model, ReadThatFindsNothingCounts) {
+    describe();
+    EXPECT_EQ(read_error(12), EAGAIN);
+    model.connect(UsbSpeed::kHigh);
+    model.setup(kSelect2, {}, false);
+    EXPECT_TRUE(model.host_waits());
+    EXPECT_EQ(read(), joined({kConnectEvent, {0x00, 9, 2, 0, 0, 0, 0, 0, 3, 0, 0, 0}}));
+}
+
+TEST_F(Model, ReadThatWaitsCounts) {
+    describe();
+    EXPECT_EQ(model.read_control(12, false), std::nullopt);
+    model.connect(UsbSpeed::kHigh);
+    model.setup(kSelect2, {}, false);
+    EXPECT_TRUE(model.host_waits());
+}
+
+TEST_F(Model, InjectedReadCountsWhereItHasRoomForAnEvent) {
+    describe();
+    model.connect(UsbSpeed::kHigh);
+    model.inject_read(CallResult::failed(EIO));
+    EXPECT_EQ(read_error(11), EIO);
+    model.setup(kGetString, {}, false);
+    EXPECT_EQ(answer(), ControlStatus::kStalled);
+    model.inject_read(CallResult::failed(EIO));
+    EXPECT_EQ(read_error(12), EIO);
+    model.setup(kGetString, {}, false);
+    EXPECT_TRUE(model.host_waits());
+}
+
+TEST_F(Model, NextProcessHasToReadAnew) {
+    connect();
+    model.close_control();
+    describe();
+    model.connect(UsbSpeed::kHigh);
+    model.setup(kSelect2, {}, false);
+    EXPECT_EQ(answer(), ControlStatus::kAcknowledged);
+}
+
 TEST_F(Model, NobodyAnswersWithoutAConnection) {
     describe();
     model.setup({0x80, 6, 0x0100, 0, 18}, {}, false);

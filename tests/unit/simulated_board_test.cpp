@@ -39,11 +39,45 @@ const Bytes kConnectAtHighSpeed = {3, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0};
 const Bytes kSetConfiguration2 = {0x00, 9, 2, 0, 0, 0, 0, 0, 3, 0, 0, 0};
 // clang-format on
 
+// Result and errno of a call in one comparable value.
+struct Outcome {
+    ssize_t result;
+    int error;
+    bool operator==(const Outcome&) const = default;
+};
+std::ostream& operator<<(std::ostream& stream, const Outcome& outcome) {
+    return stream << outcome.result << " errno " << outcome.error;
+}
+Outcome outcome_of(ssize_t result) {
+    return {result, result < 0 ? errno : 0};
+}
+Outcome failed(int error) {
+    return {-1, error};
+}
+
+Outcome read_from(int fd, std::size_t size) {
+    Bytes bytes(size);
+    return outcome_of(read(fd, bytes.data(), bytes.size()));
+}
+
+// A host that does not take its time.
+const SimulatedBoardOptions kAtOnce = {.host_connects_after = Milliseconds(0),
+                                       .host_asks_after = Milliseconds(0)};
+
 class Board : public testing::Test {
   protected:
+    explicit Board(const SimulatedBoardOptions& options = kAtOnce) : board(options) {}
+
     void write_description() {
         ASSERT_GE(control.fd, 0);
         ASSERT_EQ(write(control.fd, kDescription.data(), kDescription.size()), 86);
+    }
+
+    // The first look of a process that does not wait.
+    void listen() {
+        fcntl(control.fd, F_SETFL, O_NONBLOCK);
+        ASSERT_EQ(read_from(control.fd, 60), failed(EAGAIN));
+        fcntl(control.fd, F_SETFL, 0);
     }
 
     // As a process that listens, at high speed.
@@ -93,27 +127,6 @@ class ConfiguredBoard : public Board {
     OpenFd in{-1};
     OpenFd out{-1};
 };
-
-// Result and errno of a call in one comparable value.
-struct Outcome {
-    ssize_t result;
-    int error;
-    bool operator==(const Outcome&) const = default;
-};
-std::ostream& operator<<(std::ostream& stream, const Outcome& outcome) {
-    return stream << outcome.result << " errno " << outcome.error;
-}
-Outcome outcome_of(ssize_t result) {
-    return {result, result < 0 ? errno : 0};
-}
-Outcome failed(int error) {
-    return {-1, error};
-}
-
-Outcome read_from(int fd, std::size_t size) {
-    Bytes bytes(size);
-    return outcome_of(read(fd, bytes.data(), bytes.size()));
-}
 
 std::string text_of(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -389,29 +402,60 @@ TEST_F(Board, ProcessCanBeAskedWhatTheKernelWouldAnswer) {
     EXPECT_EQ(answer.get().data, (Bytes{'1', '2', '3', '4', '5', '6', '7', '8'}));
 }
 
-TEST_F(Board, PatientHostWaitsUntilTheProcessReadsEvents) {
+TEST_F(Board, ProcessThatHasLookedOnceIsAsked) {
     write_description();
+    listen();
     board.connect();
     auto answer = ask({0x00, 9, 2, 0, 0});
+    EXPECT_EQ(read_events(12), kConnectAtHighSpeed);
+    EXPECT_EQ(read_events(12), kSetConfiguration2);
+    EXPECT_EQ(read_from(control.fd, 0), (Outcome{0, 0}));
+    EXPECT_EQ(answer.get().status, ControlStatus::kAcknowledged);
+}
+
+TEST_F(Board, KernelAnswersWhileNobodyHasReadEvents) {
+    write_description();
+    EXPECT_TRUE(board.configure());
+    EXPECT_EQ(board.control({0x80, 6, 0x0300, 0, 255}).status, ControlStatus::kStalled);
     EXPECT_EQ(read_events(), kConnectAtHighSpeed);
+    listen();  // there is nothing else
+}
+
+class LinuxsHost : public Board {
+  protected:
+    LinuxsHost() : Board({}) {}
+};
+
+TEST_F(LinuxsHost, TakesItsTimeWithANewDevice) {
+    using Clock = std::chrono::steady_clock;
+    const auto before = Clock::now();
+    write_description();
+    board.connect();
+    EXPECT_GE(Clock::now() - before, Milliseconds(100));
+    EXPECT_EQ(read_events(), kConnectAtHighSpeed);
+    EXPECT_EQ(board.control({0x80, 6, 0x0100, 0, 64}).status, ControlStatus::kAcknowledged);
+    EXPECT_GE(Clock::now() - before, Milliseconds(420));
+}
+
+TEST_F(LinuxsHost, WaitsForAnAnswerFromItsRequestOn) {
+    write_description();
+    board.connect();
+    EXPECT_EQ(read_events(), kConnectAtHighSpeed);
+    // Asked to at 100 ms: less than the request itself is away.
+    auto answer = ask({0x00, 9, 2, 0, 0}, {}, Milliseconds(300));
     EXPECT_EQ(read_events(), kSetConfiguration2);
     EXPECT_EQ(read_from(control.fd, 0), (Outcome{0, 0}));
     EXPECT_EQ(answer.get().status, ControlStatus::kAcknowledged);
 }
 
-TEST(PromptHost, IsAnsweredByTheKernelWhileNobodyReadsEvents) {
-    SimulatedBoard board({.prompt_host = true});
-    const RootVariable variable(board.root());
-    const OpenFd control(open("/dev/gadget/fe980000.usb", O_RDWR));
-    ASSERT_EQ(write(control.fd, kDescription.data(), kDescription.size()), 86);
-    EXPECT_TRUE(board.configure());
-    EXPECT_EQ(board.control({0x80, 6, 0x0300, 0, 255}).status, ControlStatus::kStalled);
-    Bytes events(60);
-    EXPECT_EQ(read(control.fd, events.data(), events.size()), 12);  // the connection alone
+TEST_F(LinuxsHost, AsksNothingWhereNoDeviceIs) {
+    board.connect();
+    EXPECT_EQ(board.control({0x80, 6, 0x0100, 0, 64}).status, ControlStatus::kTimedOut);
 }
 
 TEST_F(Board, EnumerateAsksInTheOrderOfAHost) {
     write_description();
+    listen();
     auto done = std::async(std::launch::async, [this] { return board.enumerate(); });
     Bytes asked;
     for (int strings = 0; strings < 6;) {

@@ -1,5 +1,6 @@
-// camera-simulator: a board and a camera without hardware. It makes the board's directory, has the
-// receiver started under it, enumerates its device and plays a file to it.
+// camera-simulator: a camera without hardware, and a board too where there is none. It makes the
+// board's directory, has the receiver started under it and enumerates its device; or, with --usb,
+// it waits for the device of a real board on a port of this machine. Then it plays a file to it.
 
 #include <signal.h>
 
@@ -7,17 +8,21 @@
 #include <exception>
 #include <fstream>
 #include <iterator>
-#include <thread>
 
 #include "simulator/camera_player.h"
 #include "simulator/camera_script.h"
+#include "simulator/camera_session.h"
+#include "simulator/packet_record.h"
 #include "simulator/receiver_child.h"
 #include "simulator/simulated_camera.h"
 #include "simulator/simulator_options.h"
+#include "simulator/usb_host.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr double kBoardWait = 60;  // seconds
 
 volatile sig_atomic_t signal_seen = 0;
 
@@ -38,48 +43,9 @@ void print_how_to_start(const SimulatedBoard& board) {
     fflush(stdout);
 }
 
-// What the receiver sends: counted, and written as hex lines where that is asked.
-class PacketRecord {
-  public:
-    explicit PacketRecord(SimulatedBoard& board) : board_(board) {}
-    PacketRecord(const PacketRecord&) = delete;
-    PacketRecord& operator=(const PacketRecord&) = delete;
-    ~PacketRecord() {
-        if (file_ != nullptr) {
-            take();
-            fclose(file_);
-        }
-    }
-
-    bool open(const std::string& path) {
-        file_ = path.empty() ? nullptr : fopen(path.c_str(), "w");
-        if (file_ == nullptr && !path.empty()) {
-            perror(path.c_str());
-        }
-        return path.empty() || file_ != nullptr;
-    }
-    void take() {
-        while (const auto packet = board_.wait_for_bulk_in(count_, Milliseconds(0))) {
-            ++count_;
-            if (file_ != nullptr) {
-                for (const std::uint8_t byte : *packet) {
-                    fprintf(file_, "%02X", byte);
-                }
-                fputc('\n', file_);
-                fflush(file_);
-            }
-        }
-    }
-    std::size_t count() const { return count_; }
-
-  private:
-    SimulatedBoard& board_;
-    FILE* file_ = nullptr;
-    std::size_t count_ = 0;
-};
-
 bool enumerate(SimulatedBoard& board, const SimulatorOptions& options) {
-    const bool configured = options.full_enumeration ? board.enumerate() : board.configure();
+    const bool configured =
+        options.full_enumeration.value_or(true) ? board.enumerate() : board.configure();
     if (!configured || !board.wait_for_endpoints(Milliseconds(5000))) {
         fputs("camera-simulator: the device was not configured\n", stderr);
         return false;
@@ -89,7 +55,7 @@ bool enumerate(SimulatedBoard& board, const SimulatorOptions& options) {
 
 bool wait_for_device(SimulatedBoard& board, const SimulatorOptions& options,
                      ReceiverChild& receiver) {
-    const auto deadline = Clock::now() + milliseconds(options.wait_seconds);
+    const auto deadline = Clock::now() + milliseconds(options.wait_seconds.value_or(kBoardWait));
     while (!board.wait_for_device(Milliseconds(100))) {
         if (signal_seen != 0) {
             return false;
@@ -97,133 +63,6 @@ bool wait_for_device(SimulatedBoard& board, const SimulatorOptions& options,
         if (Clock::now() > deadline || (receiver.started() && !receiver.running())) {
             fputs("camera-simulator: no device was opened\n", stderr);
             return false;
-        }
-    }
-    return true;
-}
-
-// The link while it lasts. What has been done to it decides whether its end is a failure.
-struct Session {
-    SimulatedBoard& board;
-    const SimulatorOptions& options;
-    SimulatedCamera& camera;
-    CameraPlayer& player;
-    const std::vector<ScriptLine>& script;
-    std::size_t actions_done = 0;
-    std::size_t script_done = 0;
-    bool sending = true;
-    bool link_was_ended = false;  // by an action: then the receiver may go
-
-    bool work_done() const {
-        return (player.finished() || !sending) && actions_done == options.actions.size() &&
-               script_done == script.size();
-    }
-    // A camera that was given nothing to do is simply there.
-    bool without_work() const {
-        return options.sends_status() && options.h264.empty() && options.raw.empty() &&
-               options.actions.empty() && script.empty();
-    }
-    void begin() {
-        player.start();
-        camera.link_begins();
-    }
-    void end_link() {
-        camera.link_ends();
-        sending = false;
-        link_was_ended = true;
-    }
-};
-
-bool perform(Session& session, Action action) {
-    switch (action) {
-        case Action::kDisconnect:
-            session.board.disconnect();
-            session.end_link();
-            return true;
-        case Action::kReconnect:
-            session.sending = enumerate(session.board, session.options);
-            session.link_was_ended = !session.sending;
-            session.begin();
-            return session.sending;
-        case Action::kReset:
-            session.board.reset();
-            session.end_link();
-            return true;
-        case Action::kSilence:
-            session.end_link();
-            return true;
-        case Action::kGarbage:
-            return session.player.send_garbage();
-    }
-    return false;
-}
-
-// Does the next thing whose time has come. False when it failed; *done tells whether there was one.
-bool perform_next(Session& session, double elapsed, bool* done) {
-    const std::vector<TimedAction>& actions = session.options.actions;
-    *done = true;
-    if (session.actions_done < actions.size() && elapsed >= actions[session.actions_done].seconds) {
-        return perform(session, actions[session.actions_done++].action);
-    }
-    if (session.script_done < session.script.size() &&
-        elapsed >= session.script[session.script_done].seconds) {
-        return perform_script_line(session.camera, session.script[session.script_done++]);
-    }
-    *done = false;
-    return true;
-}
-
-void print_progress(const Session& session, double elapsed, std::size_t packets) {
-    printf("%.0f s: %llu bytes, %llu chunks, %zu packets in\n", elapsed,
-           static_cast<unsigned long long>(session.player.bytes()),
-           static_cast<unsigned long long>(session.player.chunks()), packets);
-    fflush(stdout);
-}
-
-// Until everything is done, the time is up, a signal comes or the link fails. Whether all went
-// well.
-bool play(Session& session, ReceiverChild& receiver, PacketRecord& record) {
-    const auto start = Clock::now();
-    auto next_status = start + std::chrono::seconds(1);
-    const SimulatorOptions& options = session.options;
-    session.begin();
-    while (signal_seen == 0) {
-        const auto now = Clock::now();
-        const double elapsed = std::chrono::duration<double>(now - start).count();
-        record.take();
-        if (now >= next_status) {
-            next_status += std::chrono::seconds(1);
-            print_progress(session, elapsed, record.count());
-        }
-        if (receiver.started() && !receiver.running()) {
-            return session.link_was_ended || session.work_done();
-        }
-        if (options.seconds > 0 && elapsed >= options.seconds) {
-            return true;
-        }
-        bool performed = false;
-        if (!perform_next(session, elapsed, &performed)) {
-            return false;
-        }
-        if (performed) {
-            continue;
-        }
-        if (session.work_done() && !session.without_work() && options.seconds <= 0) {
-            // A receiver of this program's ends by itself, of the silence; another's is left alone.
-            session.camera.link_ends();
-            if (!receiver.started()) {
-                return !session.sending ||
-                       session.board.wait_for_bulk_out_taken(Milliseconds(5000));
-            }
-        }
-        if (session.sending && !session.player.play()) {
-            fputs("camera-simulator: the receiver takes no more data\n", stderr);
-            return false;
-        }
-        const bool due =
-            session.sending && !session.player.finished() && session.player.next_due() <= now;
-        if (!due) {
-            std::this_thread::sleep_for(Milliseconds(1));
         }
     }
     return true;
@@ -261,16 +100,54 @@ void print_counts(const CommandCounts& counts) {
     fflush(stdout);
 }
 
-int simulate(const SimulatorOptions& options) {
+// The camera at an end of the link, whichever it is.
+struct Rig {
+    Rig(const UsbPipes& pipes, const SimulatorOptions& the_options)
+        : options(the_options),
+          record(pipes),
+          camera(pipes, {.transfer = options.transfer, .messages = options.sends_status()}),
+          player(camera, options) {}
+
+    bool load() {
+        return load_script(options.script, &script) && record.open(options.record) && player.load();
+    }
+    bool play(const SessionLink& link) {
+        return play_session(link, {options, camera, player, script, record});
+    }
+    // The exit status; what was refused is a failure in any case.
+    int end(bool well) const {
+        print_counts(camera.counts());
+        return (well || signal_seen != 0) && camera.refused() == 0 ? 0 : 1;
+    }
+
+    const SimulatorOptions& options;
+    PacketRecord record;
+    SimulatedCamera camera;
+    CameraPlayer player;
+    std::vector<ScriptLine> script;
+};
+
+bool act_on_board(SimulatedBoard& board, const SimulatorOptions& options, Action action) {
+    switch (action) {
+        case Action::kDisconnect:
+            board.disconnect();
+            return true;
+        case Action::kReset:
+            board.reset();
+            return true;
+        case Action::kReconnect:
+            return enumerate(board, options);
+        default:
+            return false;
+    }
+}
+
+int simulate_on_board(const SimulatorOptions& options) {
     SimulatedBoardOptions board_options;
     board_options.root = options.root;
     SimulatedBoard board(board_options);
-    PacketRecord record(board);
-    SimulatedCamera camera(board,
-                           {.transfer = options.transfer, .messages = options.sends_status()});
-    CameraPlayer player(camera, options);
-    std::vector<ScriptLine> script;
-    if (!load_script(options.script, &script) || !record.open(options.record) || !player.load()) {
+    Rig rig(usb_pipes(board), options);
+    if (!rig.load()) {
         return 1;
     }
     ReceiverChild receiver;
@@ -279,13 +156,89 @@ int simulate(const SimulatorOptions& options) {
     } else if (!receiver.start(options.program, board.environment())) {
         return 1;
     }
-    Session session{board, options, camera, player, script};
-    const bool done = wait_for_device(board, options, receiver) && enumerate(board, options) &&
-                      play(session, receiver, record);
+    const SessionLink link{
+        .wait_for_end = [&](Milliseconds) { return receiver.started() && !receiver.running(); },
+        .receiver_is_ours = receiver.started(),
+        .wait_for_bulk_out_taken =
+            [&](Milliseconds timeout) { return board.wait_for_bulk_out_taken(timeout); },
+        .act_on_port = [&](Action action) { return act_on_board(board, options, action); },
+        .interrupted = [] { return signal_seen != 0; },
+    };
+    const bool well =
+        wait_for_device(board, options, receiver) && enumerate(board, options) && rig.play(link);
     const int seen = signal_seen;
     receiver.end(seen != 0 ? seen : SIGTERM);
-    print_counts(camera.counts());
-    return (done || seen != 0) && camera.refused() == 0 ? 0 : 1;
+    return rig.end(well);
+}
+
+// Looks at the port now and then: each look asks the kernel.
+class PortWatch {
+  public:
+    explicit PortWatch(const UsbHost& host) : host_(host) {}
+    // Waits at most so long; tells the end once.
+    bool device_left(Milliseconds timeout) {
+        const auto now = Clock::now();
+        if (!left_ && (timeout > Milliseconds(0) || now >= next_look_)) {
+            next_look_ = now + kBetweenLooks;
+            left_ = host_.wait_until_gone(timeout);
+            if (left_) {
+                printf("the device has left its port\n");
+                fflush(stdout);
+            }
+        }
+        return left_;
+    }
+
+  private:
+    static constexpr Milliseconds kBetweenLooks{100};
+    const UsbHost& host_;
+    Clock::time_point next_look_;
+    bool left_ = false;
+};
+
+bool claim_device(UsbHost& host, const SimulatorOptions& options) {
+    std::optional<Milliseconds> timeout;
+    if (options.wait_seconds) {
+        timeout = milliseconds(*options.wait_seconds);
+    }
+    printf("waiting for the receiver's device on a USB port\n");
+    fflush(stdout);
+    if (!host.wait_for_device(timeout, [] { return signal_seen != 0; })) {
+        if (signal_seen == 0) {
+            fputs("camera-simulator: no device has come\n", stderr);
+        }
+        return false;
+    }
+    printf("device %s found: bus %u, address %u, %s Mbit/s, \"%s\" \"%s\", serial \"%s\"\n",
+           host.sysfs_name().c_str(), host.bus(), host.address(), host.sysfs_text("speed").c_str(),
+           host.sysfs_text("manufacturer").c_str(), host.sysfs_text("product").c_str(),
+           host.sysfs_text("serial").c_str());
+    if (!host.open() || !host.claim()) {
+        fputs("camera-simulator: this takes root, or a rule that lets you at the device\n", stderr);
+        return false;
+    }
+    printf("interface claimed, configuration %u\n", host.configuration_value());
+    fflush(stdout);
+    return true;
+}
+
+int simulate_over_usb(const SimulatorOptions& options) {
+    UsbHost host;
+    Rig rig(usb_pipes(host), options);
+    if (!rig.load()) {
+        return 1;
+    }
+    PortWatch watch(host);
+    const SessionLink link{
+        .wait_for_end = [&](Milliseconds timeout) { return watch.device_left(timeout); },
+        .receiver_is_ours = false,
+        .wait_for_bulk_out_taken =
+            [&](Milliseconds timeout) { return host.wait_for_bulk_out_taken(timeout); },
+        .act_on_port = [&](Action action) { return action == Action::kReset && host.reset(); },
+        .interrupted = [] { return signal_seen != 0; },
+    };
+    const bool well = claim_device(host, options) && rig.play(link);
+    return rig.end(well);
 }
 
 }  // namespace
@@ -301,7 +254,7 @@ int main(int argc, char** argv) {
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
     try {
-        return simulate(*options);
+        return options->usb ? simulate_over_usb(*options) : simulate_on_board(*options);
     } catch (const std::exception& failure) {
         fprintf(stderr, "camera-simulator: %s\n", failure.what());
         return 1;

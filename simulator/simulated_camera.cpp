@@ -1,5 +1,7 @@
 #include "simulator/simulated_camera.h"
 
+#include <utility>
+
 #include "simulator/camera_values.h"
 
 namespace {
@@ -14,8 +16,11 @@ void append(Bytes& to, const Bytes& bytes) {
 
 }  // namespace
 
+SimulatedCamera::SimulatedCamera(UsbPipes pipes, SimulatedCameraOptions options)
+    : pipes_(std::move(pipes)), options_(options), thread_([this] { live(); }) {}
+
 SimulatedCamera::SimulatedCamera(SimulatedBoard& board, SimulatedCameraOptions options)
-    : board_(board), options_(options), thread_([this] { live(); }) {}
+    : SimulatedCamera(usb_pipes(board), options) {}
 
 SimulatedCamera::~SimulatedCamera() {
     {
@@ -47,7 +52,7 @@ void SimulatedCamera::live() {
 // Waits a tick for the first.
 void SimulatedCamera::take_packets() {
     Milliseconds timeout = kTick;
-    while (const auto packet = board_.wait_for_bulk_in(packets_seen_, timeout)) {
+    while (const auto packet = pipes_.wait_for_bulk_in(packets_seen_, timeout)) {
         ++packets_seen_;
         timeout = Milliseconds(0);
         const std::lock_guard lock(model_mutex_);
@@ -83,7 +88,7 @@ bool SimulatedCamera::flush_messages() {
         const std::lock_guard lock(model_mutex_);
         messages.swap(messages_);
     }
-    if (messages.empty() || board_.bulk_out(messages, options_.transfer, options_.send_timeout)) {
+    if (messages.empty() || pipes_.bulk_out(messages, options_.transfer, options_.send_timeout)) {
         return true;
     }
     link_ends();  // what was cut off midway cannot be mended
@@ -92,7 +97,7 @@ bool SimulatedCamera::flush_messages() {
 
 bool SimulatedCamera::send(std::span<const std::uint8_t> envelopes) {
     const std::lock_guard wire(wire_mutex_);
-    return board_.bulk_out(envelopes, options_.transfer, options_.send_timeout) && flush_messages();
+    return pipes_.bulk_out(envelopes, options_.transfer, options_.send_timeout) && flush_messages();
 }
 
 void SimulatedCamera::link_begins() {

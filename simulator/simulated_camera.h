@@ -1,6 +1,6 @@
-// A camera that behaves, at the host's end of a simulated board: a thread of its own takes every
-// packet that the receiver sends, lets it act on the camera model, moves the model's time, and
-// sends the messages that are due. The functions may be called from any thread.
+// A camera that behaves, at the host's end of a simulated board or a real port: a thread of its own
+// takes every packet that the receiver sends, lets it act on the camera model, moves the model's
+// time, and sends the messages that are due. The functions may be called from any thread.
 //
 //   camera.set("iso_set", "400");
 //   camera.wait_for("record", "recording", Milliseconds(5000));
@@ -18,6 +18,7 @@
 #include "simulator/camera_model.h"
 #include "simulator/simulated_board.h"
 #include "simulator/status_messages.h"
+#include "simulator/usb_pipes.h"
 
 struct SimulatedCameraOptions {
     std::size_t transfer = 512;       // bytes of a USB transfer
@@ -27,6 +28,7 @@ struct SimulatedCameraOptions {
 
 class SimulatedCamera {
   public:
+    explicit SimulatedCamera(UsbPipes pipes, SimulatedCameraOptions options = {});
     explicit SimulatedCamera(SimulatedBoard& board, SimulatedCameraOptions options = {});
     ~SimulatedCamera();
     SimulatedCamera(const SimulatedCamera&) = delete;
@@ -62,7 +64,7 @@ class SimulatedCamera {
     template <typename Condition>
     bool wait_until(Milliseconds timeout, Condition condition) const;
 
-    SimulatedBoard& board_;
+    const UsbPipes pipes_;
     const SimulatedCameraOptions options_;
 
     mutable std::mutex model_mutex_;

@@ -15,24 +15,25 @@ struct TimedAction {
 };
 
 struct SimulatorOptions {
+    bool usb = false;  // a real port instead of a simulated board
     std::string root;  // empty: a new directory
     std::string h264;  // the one or the other file, or none: the link alone
     std::string raw;
-    std::string script;                // empty: none
-    std::string record;                // empty: not recorded
-    std::vector<std::string> program;  // with its arguments; empty: started by somebody else
-    std::vector<TimedAction> actions;  // earliest first
-    bool full_enumeration = true;
+    std::string script;                    // empty: none
+    std::string record;                    // empty: not recorded
+    std::vector<std::string> program;      // with its arguments; empty: started by somebody else
+    std::vector<TimedAction> actions;      // earliest first
+    std::optional<bool> full_enumeration;  // a simulated host's; full when not given
     bool loop = false;
     std::optional<Pace> pace;  // as suits the file when not given
     double megabits = 0;
     double fps = 30;
     std::size_t chunk = 48000;
-    std::size_t transfer = 512;
+    std::size_t transfer = 0;               // after parsing: as given, or as large as the host's go
     std::optional<bool> status;             // whether the camera sends its messages; off with --raw
     std::optional<unsigned> packets_every;  // 10 where the camera sends nothing else, else 0
     double seconds = 0;                     // 0: until the work is done
-    double wait_seconds = 60;
+    std::optional<double> wait_seconds;     // not given: 60, or with usb without end
 
     bool sends_status() const { return status.value_or(raw.empty()); }
 };

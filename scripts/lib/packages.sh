@@ -28,7 +28,15 @@ need_packages() {
 }
 
 # What the program is built from, what the tests need on top, and what only the checks use.
-build_packages=(g++ cmake ninja-build pkg-config libcjson-dev libinih-dev)
+build_packages=(g++ cmake ninja-build pkg-config libcjson-dev libinih-dev
+                libusb-1.0-0-dev)
 video_packages=(ffmpeg)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev)
 lint_packages=(clang clang-format clang-tidy shellcheck)
+# The cross builds: the compilers, and what runs their tests here; the sysroot's own list is of their
+# architecture.
+cross_packages=(g++-aarch64-linux-gnu g++-arm-linux-gnueabihf mmdebstrap qemu-user-static)
+sysroot_packages=(libc6-dev libcjson-dev libinih-dev libusb-1.0-0-dev libgtest-dev libgmock-dev
+                  libbenchmark-dev)
+# The virtual board: its root is unpacked, its kernel is emulated.
+board_packages=(mmdebstrap kmod libarchive-tools device-tree-compiler qemu-system-arm qemu-user-static)

@@ -85,8 +85,27 @@ TEST(SimulatorOptions, TakesFilesAndNumbers) {
     EXPECT_EQ(options.wait_seconds, 3);
     EXPECT_EQ(options.pace, Pace::kMegabits);
     EXPECT_EQ(options.megabits, 2.5);
-    EXPECT_FALSE(options.full_enumeration);
+    EXPECT_EQ(options.full_enumeration, false);
     EXPECT_TRUE(options.loop);
+}
+
+TEST(SimulatorOptions, TransferIsAsLargeAsTheHostsGo) {
+    EXPECT_EQ(parse({}).options->transfer, 512U);
+    EXPECT_EQ(parse({"--usb"}).options->transfer, 16384U);
+    EXPECT_EQ(parse({"--transfer", "16384", "--usb"}).options->transfer, 16384U);
+}
+
+TEST(SimulatorOptions, PortIsARealOneOnlyWhenAsked) {
+    EXPECT_FALSE(parse({}).options->usb);
+    const Parsed parsed = parse({"--usb", "-a", "1:reset", "-a", "2:silence", "-a", "3:garbage"});
+    ASSERT_TRUE(parsed.options) << parsed.printed;
+    EXPECT_TRUE(parsed.options->usb);
+    EXPECT_EQ(parsed.options->actions.size(), 3U);
+}
+
+TEST(SimulatorOptions, TimeToWaitIsLeftOpen) {
+    EXPECT_EQ(parse({"--usb"}).options->wait_seconds, std::nullopt);
+    EXPECT_EQ(parse({"--usb", "--wait", "0"}).options->wait_seconds, 0);
 }
 
 TEST(SimulatorOptions, HelpIsPrintedAndSucceeds) {
@@ -113,6 +132,9 @@ INSTANTIATE_TEST_SUITE_P(Words, RefusedOptions, testing::Values(
     Words{"--chunk", "0"}, Words{"--chunk", "49478"}, Words{"--transfer", "513"},
     Words{"--fps", "0"}, Words{"--enumerate", "both"}, Words{"--packets-every", "-1"},
     Words{"--h264", "a", "--raw", "b"}, Words{"--raw", "a", "--pace", "realtime"},
+    Words{"--usb", "--root", "d"}, Words{"--usb", "--", "receiver"}, Words{"--usb", "-r", "receiver"},
+    Words{"--usb", "--enumerate", "full"}, Words{"--usb", "--transfer", "16385"},
+    Words{"--usb", "--after", "1:disconnect"}, Words{"--after", "1:reconnect", "--usb"},
     Words{"--seconds", "1x"}, Words{"--no-such-option"}));
 // clang-format on
 

@@ -1,0 +1,31 @@
+# shellcheck shell=bash
+# Sourced by the scripts: Debian packages of another architecture as a directory or an archive.
+
+# unpack_debian ARCHITECTURE DIRECTORY|FILE.tar PACKAGE... [-- MMDEBSTRAP_OPTION...]
+# The packages and what they depend on are only unpacked: nothing of another architecture runs, so
+# that neither binfmt_misc nor root is needed, and the host's own packages stay as they are.
+unpack_debian() {
+    local architecture=$1 target=$2 package packages=() settings=() mirror setting mode=root
+    shift 2
+    while [ $# -gt 0 ]; do
+        package=$1
+        shift
+        [ "$package" != -- ] || break
+        packages+=("$package")
+    done
+    [ "$(id -u)" -eq 0 ] || mode=chrootless
+
+    # From the mirror that this system has its own packages from, through the same proxy; a system
+    # that never asked one leaves the choice to mmdebstrap. Updates are left out: mirrors of other
+    # architectures lag behind, and what is compiled or tried here is no system to keep safe.
+    # shellcheck disable=SC2016  # the field's name is apt's own
+    mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Origin: Debian' \
+        'Release: bookworm' 'Component: main' | grep -m 1 '^http' || true)
+    while read -r setting; do
+        settings+=("--aptopt=$setting")
+    done < <(apt-config dump | grep -E '^Acquire::(https?::Proxy|Check-Date|Check-Valid-Until)' || true)
+
+    mmdebstrap --quiet --mode="$mode" --variant=extract --architectures="$architecture" \
+        --include="$(IFS=,; echo "${packages[*]}")" "${settings[@]}" "$@" \
+        bookworm "$target" ${mirror:+"$mirror"}
+}

@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
-#include <iterator>
 #include <mutex>
 #include <thread>
 
 #include "simulator/usb_descriptors.h"
+#include "simulator/usb_search.h"
 #include "simulator/usb_sysfs.h"
 #include "simulator/usb_transfers.h"
 
@@ -23,24 +23,6 @@ constexpr std::uint8_t kDeviceToHost = 0x80;
 constexpr Milliseconds kBetweenLooks{100};
 constexpr Milliseconds kBetweenChecks{20};
 
-bool succeeded(int error, const std::string& what) {
-    if (error != 0) {
-        fprintf(stderr, "usb host: %s: %s\n", what.c_str(), libusb_strerror(error));
-    }
-    return error == 0;
-}
-
-// The kernel's name: the bus, then the ports on the way to the device.
-std::string sysfs_name_of(libusb_device* device) {
-    std::uint8_t ports[7];
-    const int depth = libusb_get_port_numbers(device, ports, static_cast<int>(std::size(ports)));
-    std::string name = std::to_string(libusb_get_bus_number(device));
-    for (int i = 0; i < depth; ++i) {
-        name += (i == 0 ? "-" : ".") + std::to_string(ports[i]);
-    }
-    return name;
-}
-
 timeval one_second() {
     return {.tv_sec = 1, .tv_usec = 0};
 }
@@ -48,27 +30,12 @@ timeval one_second() {
 }  // namespace
 
 struct UsbHost::Impl {
-    explicit Impl(UsbHostOptions the_options)
-        : options(the_options), transfers(the_options.transfers) {}
+    explicit Impl(UsbHostOptions options)
+        : search(options.vendor, options.product), transfers(options.transfers) {}
 
-    bool is_wanted(libusb_device* candidate) const {
-        libusb_device_descriptor descriptor{};
-        return libusb_get_device_descriptor(candidate, &descriptor) == 0 &&
-               descriptor.idVendor == options.vendor && descriptor.idProduct == options.product;
-    }
-    void forget();
-    void look();
     void handle_events() const;
 
-    const UsbHostOptions options;
-    bool unusable_was_said = false;
-
-    libusb_context* context = nullptr;
-    libusb_device* device = nullptr;
-    std::string name;  // in sysfs
-    unsigned bus = 0;
-    unsigned address = 0;
-
+    UsbSearch search;
     std::mutex handle_mutex;  // no request while it is closed
     libusb_device_handle* handle = nullptr;
     std::atomic<bool> claimed = false;
@@ -81,60 +48,13 @@ UsbHost::UsbHost(UsbHostOptions options) : impl_(std::make_unique<Impl>(options)
 
 UsbHost::~UsbHost() {
     close();
-    impl_->forget();
 }
 
 // -- finding
 
-void UsbHost::Impl::forget() {
-    if (device != nullptr) {
-        libusb_unref_device(device);
-        device = nullptr;
-    }
-    if (context != nullptr) {
-        libusb_exit(context);
-        context = nullptr;
-    }
-    name.clear();
-    bus = address = 0;
-}
-
-// In a context of its own: one that exists hears of a new device from a running udev alone.
-void UsbHost::Impl::look() {
-    const int error = libusb_init(&context);
-    if (error != 0) {
-        context = nullptr;
-        if (!unusable_was_said) {
-            unusable_was_said = true;
-            succeeded(error, "no USB on this machine so far");
-        }
-        return;
-    }
-    libusb_device** list = nullptr;
-    const auto count = libusb_get_device_list(context, &list);
-    for (ssize_t i = 0; i < count && device == nullptr; ++i) {
-        const std::string candidate = sysfs_name_of(list[i]);
-        if (is_wanted(list[i]) && sysfs_configured(candidate)) {
-            device = libusb_ref_device(list[i]);
-            name = candidate;
-            bus = libusb_get_bus_number(device);
-            address = libusb_get_device_address(device);
-        }
-    }
-    if (count >= 0) {
-        libusb_free_device_list(list, 1);
-    }
-}
-
 bool UsbHost::find_device() {
     close();
-    impl_->forget();
-    impl_->look();
-    if (impl_->device == nullptr) {
-        impl_->forget();
-        return false;
-    }
-    return true;
+    return impl_->search.look();
 }
 
 bool UsbHost::wait_for_device(std::optional<Milliseconds> timeout, const Cancelled& cancelled) {
@@ -149,34 +69,34 @@ bool UsbHost::wait_for_device(std::optional<Milliseconds> timeout, const Cancell
 }
 
 unsigned UsbHost::bus() const {
-    return impl_->bus;
+    return impl_->search.bus();
 }
 
 unsigned UsbHost::address() const {
-    return impl_->address;
+    return impl_->search.address();
 }
 
 std::string UsbHost::sysfs_name() const {
-    return impl_->name;
+    return impl_->search.name();
 }
 
 std::string UsbHost::sysfs_text(const std::string& file) const {
-    return impl_->name.empty() ? "" : sysfs_line(impl_->name, file);
+    return impl_->search.name().empty() ? "" : sysfs_line(impl_->search.name(), file);
 }
 
 Bytes UsbHost::device_descriptor() const {
-    const std::string all = sysfs_bytes(impl_->name, "descriptors");
+    const std::string all = sysfs_bytes(impl_->search.name(), "descriptors");
     return {all.begin(), all.begin() + static_cast<std::ptrdiff_t>(
                                            std::min(all.size(), kDeviceDescriptorLength))};
 }
 
 Bytes UsbHost::configuration_descriptor() const {
-    const std::string all = sysfs_bytes(impl_->name, "descriptors");
+    const std::string all = sysfs_bytes(impl_->search.name(), "descriptors");
     return configuration_of(Bytes(all.begin(), all.end()), configuration_value());
 }
 
 unsigned UsbHost::configuration_value() const {
-    return sysfs_number(impl_->name, "bConfigurationValue");
+    return sysfs_number(impl_->search.name(), "bConfigurationValue");
 }
 
 // -- opening
@@ -184,18 +104,19 @@ unsigned UsbHost::configuration_value() const {
 void UsbHost::Impl::handle_events() const {
     while (!events_end) {
         timeval timeout = one_second();
-        libusb_handle_events_timeout_completed(context, &timeout, nullptr);
+        libusb_handle_events_timeout_completed(search.context(), &timeout, nullptr);
     }
 }
 
 bool UsbHost::open() {
     close();
-    if (impl_->device == nullptr) {
+    if (impl_->search.device() == nullptr) {
         return false;
     }
     const std::lock_guard lock(impl_->handle_mutex);
     // The kernel lets nobody open a device in the middle of its configure step.
-    if (!succeeded(libusb_open(impl_->device, &impl_->handle), "cannot open " + impl_->name)) {
+    if (!usb_succeeded(libusb_open(impl_->search.device(), &impl_->handle),
+                       "cannot open " + impl_->search.name())) {
         impl_->handle = nullptr;
         return false;
     }
@@ -213,11 +134,11 @@ bool UsbHost::claim() {
     if (!has_bulk_endpoint(configuration, kInterface, kUsbHostOutEndpoint) ||
         !has_bulk_endpoint(configuration, kInterface, kUsbHostInEndpoint)) {
         fprintf(stderr, "usb host: %s has not the bulk endpoints %02x and %02x\n",
-                impl_->name.c_str(), kUsbHostOutEndpoint, kUsbHostInEndpoint);
+                impl_->search.name().c_str(), kUsbHostOutEndpoint, kUsbHostInEndpoint);
         return false;
     }
-    impl_->claimed = succeeded(libusb_claim_interface(impl_->handle, kInterface),
-                               "cannot claim the interface of " + impl_->name);
+    impl_->claimed = usb_succeeded(libusb_claim_interface(impl_->handle, kInterface),
+                                   "cannot claim the interface of " + impl_->search.name());
     if (impl_->claimed) {
         impl_->transfers.begin(impl_->handle);
     }
@@ -240,7 +161,7 @@ void UsbHost::close() {
         return;
     }
     impl_->events_end = true;
-    libusb_interrupt_event_handler(impl_->context);
+    libusb_interrupt_event_handler(impl_->search.context());
     impl_->events.join();
     libusb_close(impl_->handle);
     impl_->handle = nullptr;
@@ -248,8 +169,9 @@ void UsbHost::close() {
 
 // The kernel's number of the device tells it from another on the same port.
 bool UsbHost::gone() const {
-    return impl_->device == nullptr || (impl_->claimed && impl_->transfers.met_no_device()) ||
-           sysfs_number(impl_->name, "devnum") != impl_->address;
+    return impl_->search.device() == nullptr ||
+           (impl_->claimed && impl_->transfers.met_no_device()) ||
+           sysfs_number(impl_->search.name(), "devnum") != impl_->search.address();
 }
 
 bool UsbHost::wait_until_gone(Milliseconds timeout) const {
@@ -300,7 +222,7 @@ bool UsbHost::reset() {
     if (impl_->claimed) {
         impl_->transfers.end();
     }
-    if (!succeeded(libusb_reset_device(impl_->handle), "reset of " + impl_->name)) {
+    if (!usb_succeeded(libusb_reset_device(impl_->handle), "reset of " + impl_->search.name())) {
         return false;
     }
     if (impl_->claimed) {

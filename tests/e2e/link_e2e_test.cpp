@@ -112,6 +112,30 @@ TEST_F(Link, UnknownVendorRequestIsStalled) {
     EXPECT_TRUE(receiver->wait_for("USB connected\n", 5s)) << receiver->output();
 }
 
+// A controller's driver may leave to the process what the kernel answers by itself otherwise.
+TEST_F(Link, RequestsAboutItsStateAreAnsweredAndLeaveItUsable) {
+    struct Case {
+        const char* name;
+        SetupPacket setup;
+        ControlResult expected;
+    };
+    const ControlResult stalled = {ControlStatus::kStalled, {}};
+    const Case cases[] = {
+        {"GET_INTERFACE", {0x81, 10, 0, 0, 1}, {ControlStatus::kAcknowledged, {0}}},
+        {"GET_INTERFACE of another", {0x81, 10, 0, 1, 1}, stalled},
+        {"SET_DESCRIPTOR", {0x00, 7, 0x0100, 0, 0}, stalled},
+        {"GET_CONFIGURATION", {0x80, 8, 0, 0, 1}, stalled},
+    };
+    start();
+    ASSERT_TRUE(board->wait_for_device(10s));
+    board->connect();
+    for (const Case& c : cases) {
+        EXPECT_EQ(board->control_to_process(c.setup), c.expected) << c.name;
+    }
+    EXPECT_TRUE(board->configure()) << receiver->output();
+    EXPECT_TRUE(receiver->wait_for("USB connected\n", 5s)) << receiver->output();
+}
+
 TEST_F(Link, FailedReadEndsIt) {
     start_receiving();
     board->disconnect();

@@ -251,6 +251,37 @@ TEST_F(StartUp, SharedMemoryThatCannotBeHadEndsWithStatus2) {
                                       "Failed to init telemetry buffer\n");
 }
 
+// The one descriptor that it is left with beyond its standard files goes to the remote control's
+// block, which is kept open: there is none for the channel's socket.
+class RefusedChannel : public ReceiverTest {
+  protected:
+    void start_with(const char* option) {
+        make_board();
+        // The shell itself is to know nothing of the board.
+        std::vector<std::string> arguments = board->environment();
+        arguments.insert(arguments.begin(),
+                         {"-c", "exec 3>&-; ulimit -n 4; exec env \"$@\"", "sh"});
+        arguments.insert(arguments.end(), {RECEIVER_PROGRAM, option});
+        receiver =
+            std::make_unique<ReceiverProcess>(arguments, std::vector<std::string>{}, "/bin/sh");
+    }
+};
+
+TEST_F(RefusedChannel, EndsWithStatus1) {
+    start_with("--dst-port=5000");
+    ASSERT_EQ(receiver->wait_exit(10s), 1) << receiver->output();
+    EXPECT_EQ(receiver->output(),
+              std::string(kLinesBeforeOptions) + kLinesOfTheBuffers + kLineOfTheRemoteControl);
+}
+
+TEST_F(RefusedChannel, SaysFailedWhereItIsVerbose) {
+    start_with("--verbose");
+    ASSERT_EQ(receiver->wait_exit(10s), 1) << receiver->output();
+    EXPECT_EQ(receiver->output(), std::string(kLinesBeforeOptions) + kLinesOfTheBuffers +
+                                      "Init connection to main application 127.0.0.1:5000\n" +
+                                      kLineOfTheRemoteControl + "Failed\n");
+}
+
 TEST_F(StartUp, ObjectOfAnEarlierRunIsTakenOver) {
     const int fd = shm_open("vantarel_framebuffer", O_RDWR | O_CREAT, 0600);
     ASSERT_GE(fd, 0);

@@ -1,6 +1,7 @@
 #include "tests/board/board_controls.h"
 
 #include <sys/time.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -54,18 +55,27 @@ void unload_gadgetfs() {
     unload("gadgetfs");
 }
 
+// By its file: whatever is asked for the module then fails, by the receiver or by the kernel itself
+// when it is to mount the file system.
 void hide_gadgetfs_module(bool hidden) {
-    static const char kList[] = "/etc/modprobe.d/hidden.conf";
-    std::filesystem::create_directories("/etc/modprobe.d");
-    if (hidden) {
-        write_text(kList, "install gadgetfs /bin/false\n");
-    } else {
-        std::filesystem::remove(kList);
-    }
+    utsname system{};
+    uname(&system);
+    const std::string file = std::string("/lib/modules/") + system.release +
+                             "/kernel/drivers/usb/gadget/legacy/gadgetfs.ko";
+    std::filesystem::rename(hidden ? file : file + ".hidden", hidden ? file + ".hidden" : file);
 }
 
 void switch_port(bool on) {
     write_text("/sys/bus/usb/devices/usb1/1-0:1.0/usb1-port1/disable", on ? "0" : "1");
+}
+
+void configure_devices(bool configure) {
+    write_text("/sys/bus/usb/devices/usb1/authorized_default", configure ? "1" : "0");
+}
+
+void select_configuration(int value) {
+    std::ofstream file("/sys/bus/usb/devices/1-1/bConfigurationValue");
+    file << value << std::flush;
 }
 
 void leave_out_interface_strings(bool leave_out) {

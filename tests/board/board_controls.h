@@ -20,6 +20,13 @@ void hide_gadgetfs_module(bool hidden);
 // The host's port. Off, it has no power and sees no device.
 void switch_port(bool on);
 
+// Whether the host configures a device that it has enumerated. One that does not has read the
+// descriptors and strings, and leaves it at that.
+void configure_devices(bool configure);
+
+// Has the host select a configuration of the device, or none (0). What the device says is ignored.
+void select_configuration(int value);
+
 // Whether this host leaves out the strings of the configuration and of its interface. It asks for
 // them after SET_CONFIGURATION, and keeps the device to itself until it has them.
 void leave_out_interface_strings(bool leave_out);

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "simulator/camera_stream.h"
+#include "tests/board/full_rate_stream.h"
 
 BoardTest::BoardTest() : host(std::make_unique<UsbHost>()) {
     for (const auto& object : std::filesystem::directory_iterator("/dev/shm")) {
@@ -22,6 +23,7 @@ BoardTest::~BoardTest() {
 
 void BoardTest::start(const std::vector<std::string>& arguments) {
     receiver.reset();
+    ++starts_;
     receiver =
         std::make_unique<ReceiverProcess>(arguments, std::vector<std::string>{kPathWithStandIn});
 }
@@ -48,8 +50,47 @@ void BoardTest::start_streaming(const std::vector<std::string>& arguments) {
 
 std::string BoardTest::lines_after_start() const {
     const std::string printed = receiver->lines_without_delta();
-    EXPECT_TRUE(printed.starts_with(kStartLines)) << printed;
-    return printed.substr(std::min(printed.size(), sizeof kStartLines - 1));
+    const std::string first = start_lines();
+    EXPECT_TRUE(printed.starts_with(first)) << printed;
+    std::string lines = printed.substr(std::min(printed.size(), first.size()));
+    const std::string connected = "USB connected\n";
+    const std::string disconnected = "USB disconnected\n";
+    if (lines.starts_with(disconnected + connected)) {
+        lines.erase(0, disconnected.size());
+    }
+    for (std::size_t at; (at = lines.find(disconnected + disconnected)) != std::string::npos;) {
+        lines.erase(at, disconnected.size());
+    }
+    return lines;
+}
+
+void BoardTest::switch_port_off() {
+    const std::string line = "USB disconnected\n";
+    const int before = receiver->count(line);
+    switch_port(false);
+    ASSERT_TRUE(receiver->wait_for(line, 5s, before + 1)) << receiver->output();
+}
+
+std::string BoardTest::start_lines() const {
+    std::string lines = kStartLines;
+    const std::string first = "Creating new shared raw RC\n";
+    if (starts_ > 1) {
+        lines.replace(lines.find(first), first.size(), "Shared raw RC mem opened\n");
+    }
+    return lines;
+}
+
+void BoardTest::expect_start_works() {
+    ASSERT_NO_FATAL_FAILURE(start_linked());
+    expect_video_passes();
+    EXPECT_EQ(lines_after_start(), std::string("USB connected\n") + kFirstVideoLines);
+}
+
+void BoardTest::expect_video_passes() {
+    NumberedParts parts;
+    const FullRateStream stream(*host);
+    EXPECT_GE(parts.wait_for(3, 10s), 3U) << receiver->output();
+    EXPECT_FALSE(parts.damaged());
 }
 
 // While the device is being closed, a clock whose low 32 bits are positive as a signed number makes

@@ -2,6 +2,7 @@
 // USB host at the other end of its cable.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -32,6 +33,10 @@ inline constexpr char kStartLines[] =
     "Mounting gadgetfs\n"
     "USB device opened\n"
     "Gadget init done\n";
+// When the first video has come.
+inline constexpr char kFirstVideoLines[] =
+    "Live stream video resolution changed to 1280x720\n"
+    "Clear frame shared memory\n";
 
 class BoardTest : public testing::Test {
   protected:
@@ -47,13 +52,29 @@ class BoardTest : public testing::Test {
     // The same until data flows.
     void start_streaming(const std::vector<std::string>& arguments = {});
 
+    // A start on the board as it is, say right after an end: the process gets the device, the host
+    // and its data into the ring.
+    void expect_start_works();
+    // Of a process that has had no video yet.
+    void expect_video_passes();
+
     // Waits for the end of a link that has failed: status, and the lines after the start's.
     void expect_link_end(const std::string& lines);
+    // The port, while the receiver services endpoint zero: until it has noticed.
+    void switch_port_off();
     // The receiver's lines after the start's, "delta N" left out. Fails where those are not first.
+    // A host resets the bus twice while it enumerates. A look of the receiver that falls into the
+    // moment after the second reset sees a disconnection: what this adds to a first connection or
+    // a disconnection before it is left out as well.
     std::string lines_after_start() const;
+    // kStartLines, or what stands there when an earlier process has made the channel block.
+    std::string start_lines() const;
 
     std::unique_ptr<ReceiverProcess> receiver;
     std::unique_ptr<UsbHost> host;
+
+  private:
+    int starts_ = 0;
 };
 
 // Envelopes with filler chunks, which the receiver takes and drops: at least this many bytes.

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs a program of the arm64 build on a virtual board of its own: run-on-board.sh PROGRAM ARGUMENTS...
 # The program's output and exit status are this command's. A list of tests needs no board.
+# BOARD_CYCLES of this environment is handed on.
 set -euo pipefail
 program=$(realpath "$1")
 shift
@@ -16,6 +17,7 @@ done
 mkdir -p "$build/board-runs"
 run=$(mktemp -d "$build/board-runs/XXXXXX")
 {
+    [ -z "${BOARD_CYCLES:-}" ] || printf 'export BOARD_CYCLES=%q\n' "$BOARD_CYCLES"
     printf 'exec %q' "/mnt/build/${program#"$build/arm64/"}"
     printf ' %q' "$@"
     echo

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstring>
 #include <iterator>
+#include <optional>
 
 #include "simulator/gadgetfs_messages.h"
 #include "simulator/real_function.h"
@@ -71,30 +72,6 @@ class CancelLater {
     int state_ = 0;
 };
 
-// A request that the caller may leave before its answer, by a signal or a cancellation: the model
-// is told, so that no event is read for nobody.
-class PendingRequest {
-  public:
-    PendingRequest(int fd, std::uint32_t id) : fd_(fd), id_(id) {}
-    PendingRequest(const PendingRequest&) = delete;
-    PendingRequest& operator=(const PendingRequest&) = delete;
-    ~PendingRequest() {
-        if (answered_) {
-            return;
-        }
-        const CancelLater cancel_later;
-        const int error = errno;
-        send_request(fd_, FileOperation::kCancel, id_, 0, 0);
-        errno = error;
-    }
-    void answered() { answered_ = true; }
-
-  private:
-    int fd_;
-    std::uint32_t id_;
-    bool answered_ = false;
-};
-
 // One reply into the header and the caller's buffer. The socket's own O_NONBLOCK is the file's flag
 // and has no say in this.
 ssize_t receive_reply(int fd, FileReply* reply, void* buffer, std::size_t size) {
@@ -114,48 +91,92 @@ ssize_t receive_reply(int fd, FileReply* reply, void* buffer, std::size_t size) 
     }
 }
 
+// The reply to a request; false with errno where there is none: ENODEV, or EINTR where that ends
+// it. Those to requests that were left are passed over.
+bool wait_for_reply(int fd, std::uint32_t id, bool interruptible, FileReply* reply,
+                    void* buffer = nullptr, std::size_t size = 0) {
+    for (;;) {
+        const ssize_t received = receive_reply(fd, reply, buffer, size);
+        if (received < 0 && errno == EINTR) {
+            if (interruptible) {
+                return false;
+            }
+            continue;
+        }
+        if (received < static_cast<ssize_t>(sizeof *reply)) {
+            errno = ENODEV;  // the board is gone
+            return false;
+        }
+        if (reply->id == id) {
+            return true;
+        }
+    }
+}
+
+std::uint32_t next_request(int fd) {
+    return open_files[fd].last_request.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+// A request that the caller may leave before its answer, by a signal or a cancellation: the model
+// takes it back before the caller goes on, so that no later event is read for nobody.
+class PendingRequest {
+  public:
+    explicit PendingRequest(int fd) : fd_(fd) {}
+    PendingRequest(const PendingRequest&) = delete;
+    PendingRequest& operator=(const PendingRequest&) = delete;
+    ~PendingRequest() {
+        if (ended_) {
+            return;
+        }
+        const CancelLater cancel_later;
+        const int error = errno;
+        const std::uint32_t id = next_request(fd_);
+        FileReply reply{};
+        if (send_request(fd_, FileOperation::kCancel, id, 0, 0) == 0) {
+            wait_for_reply(fd_, id, false, &reply);
+        }
+        errno = error;
+    }
+    void ended() { ended_ = true; }
+
+  private:
+    int fd_;
+    bool ended_ = false;
+};
+
 // Sends a request and waits for its answer. Its result, with errno; *direction where asked for.
 int call_model(int fd, FileOperation operation, int flags, int argument, const void* bytes,
                std::size_t length, void* buffer, std::size_t size, int* direction = nullptr) {
-    const std::uint32_t id =
-        open_files[fd].last_request.fetch_add(1, std::memory_order_relaxed) + 1;
     if (length > kLargestFileMessage) {
         errno = EINVAL;
         return -1;
     }
+    const bool waits = operation == FileOperation::kRead || operation == FileOperation::kPoll;
+    const std::uint32_t id = next_request(fd);
+    std::optional<CancelLater> cancel_later(std::in_place);
     if (send_request(fd, operation, id, flags, argument, bytes, length) < 0) {
         errno = ENODEV;
         return -1;
     }
-    const bool interruptible =
-        operation == FileOperation::kRead || operation == FileOperation::kPoll;
-    PendingRequest pending(fd, id);
-    for (;;) {
-        FileReply reply{};
-        const ssize_t received = receive_reply(fd, &reply, buffer, size);
-        if (received < 0 && errno == EINTR) {
-            if (interruptible) {
-                return -1;
-            }
-            continue;
-        }
-        if (received < static_cast<ssize_t>(sizeof reply)) {
-            pending.answered();
-            errno = ENODEV;  // the board is gone
-            return -1;
-        }
-        if (reply.id != id) {
-            continue;  // the answer to a request that was left
-        }
-        pending.answered();
-        if (direction != nullptr) {
-            *direction = reply.direction;
-        }
-        if (reply.result < 0) {
-            errno = reply.error;
-        }
-        return reply.result;
+    PendingRequest pending(fd);
+    if (waits) {
+        cancel_later.reset();
     }
+    FileReply reply{};
+    const bool replied = wait_for_reply(fd, id, waits, &reply, buffer, size);
+    if (replied || errno != EINTR) {
+        pending.ended();
+    }
+    if (!replied) {
+        return -1;
+    }
+    if (direction != nullptr) {
+        *direction = reply.direction;
+    }
+    if (reply.result < 0) {
+        errno = reply.error;
+    }
+    return reply.result;
 }
 
 // A socket to the model; -1 where no model serves the root.

@@ -20,7 +20,7 @@ enum class FileOperation : std::uint32_t {
     kRead = 2,    // argument: the caller's buffer size; answered when there is something to read
     kWrite = 3,   // bytes: what is written
     kPoll = 4,    // argument: the timeout in ms, negative for none; flags: the wanted events
-    kCancel = 5,  // the request of that id is no longer waited for; not answered
+    kCancel = 5,  // the request before is no longer waited for; answered once that is so
     kClose = 6,   // the file's holder closes it; not answered
 };
 

@@ -186,6 +186,8 @@ void GadgetfsServer::take_request(const Connection& connection, const FileReques
             }
             break;
         case FileOperation::kCancel:
+            send_reply(*connection, request, CallResult::of(0));
+            return;
         case FileOperation::kClose:
             return;
         default:

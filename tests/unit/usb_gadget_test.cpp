@@ -133,7 +133,9 @@ TEST_F(UsbGadget, ControlFileThatCannotBeOpenedYieldsNull) {
 TEST_F(UsbGadget, RefusedDescriptionYieldsNullAndClosesTheFile) {
     fake.refuses_write = {"fe980000.usb"};
     EXPECT_EQ(usb_gadget_open(&kFullSpeedDevice), nullptr);
-    EXPECT_EQ(take_calls().back(), "fe980000.usb close");
+    const Calls calls = take_calls();
+    ASSERT_FALSE(calls.empty());
+    EXPECT_EQ(calls.back(), "fe980000.usb close");
 }
 
 TEST_F(UsbGadget, IncompleteConfigurationsAreRefused) {

@@ -1,9 +1,9 @@
 // The camera link's process-wide record.
 //
 // Written by the watchdog thread (endpoint-zero service, shut-down), the USB reader thread, and the
-// start-up thread before the watchdog exists; read by every thread that sends to the camera. There is no
-// lock: each field is a word of its own, and a reader may see one changed before the other. The
-// pointers are published with release and taken with acquire, as what they point to is written
+// start-up thread before the watchdog exists; read by every thread that sends to the camera. There
+// is no lock: each field is a word of its own, and a reader may see one changed before the other.
+// The pointers are published with release and taken with acquire, as what they point to is written
 // just before.
 #pragma once
 

@@ -1,0 +1,156 @@
+// As fast as the board's controller goes: the receiver with its ring, next to a reader with nothing
+// behind it, in turns on the same board.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "simulator/camera_stream.h"
+#include "simulator/ring_reader.h"
+#include "tests/board/board_support.h"
+
+namespace {
+
+constexpr double kLeastRatio = 0.9;
+constexpr int kLeastRounds = 3;
+constexpr int kMostRounds = 8;
+constexpr int kBursts = 4;  // in each round: short, so that a busy machine spares some
+constexpr std::size_t kPictures = 24;
+constexpr std::size_t kPicture = 48000;
+
+// Neither a parameter set nor filler, and different in each.
+Bytes picture(std::size_t number) {
+    Bytes bytes(kPicture);
+    std::uint32_t random = static_cast<std::uint32_t>(number) + 1;
+    for (std::uint8_t& byte : bytes) {
+        random = random * 1664525 + 1013904223;
+        byte = static_cast<std::uint8_t>(random >> 24);
+    }
+    const Bytes start = {0x00, 0x00, 0x00, 0x01, 0x41};
+    std::ranges::copy(start, bytes.begin());
+    return bytes;
+}
+
+struct Burst {
+    double megabytes_a_second;
+    double cpu_seconds;  // of the process that read
+};
+
+double best(const std::vector<Burst>& bursts) {
+    return std::ranges::max_element(bursts, {}, &Burst::megabytes_a_second)->megabytes_a_second;
+}
+
+void print(const char* name, const std::vector<Burst>& bursts, std::size_t size) {
+    printf("%-12s", name);
+    double cpu_seconds = 0;
+    for (const Burst& burst : bursts) {
+        printf(" %.2f", burst.megabytes_a_second);
+        cpu_seconds += burst.cpu_seconds;
+    }
+    const double megabytes = static_cast<double>(size * bursts.size()) / 1e6;
+    printf(" MB/s; best %.2f MB/s, %.2f s of CPU for each MB\n", best(bursts),
+           cpu_seconds / megabytes);
+}
+
+class Throughput : public BoardTest {
+  protected:
+    Throughput() {
+        leave_out_interface_strings(true);
+        for (std::size_t i = 0; i < kPictures; ++i) {
+            pictures.push_back(picture(i));
+        }
+        stream = camera_stream(pictures, 10);
+    }
+
+    // User and system time of the process so far.
+    double cpu_seconds() const {
+        std::ifstream file("/proc/" + std::to_string(receiver->pid()) + "/stat");
+        std::string text{std::istreambuf_iterator<char>(file), {}};
+        std::istringstream fields(text.substr(text.rfind(')') + 1));
+        std::string skipped;
+        for (int field = 3; field < 14; ++field) {
+            fields >> skipped;
+        }
+        double user = 0;
+        double system = 0;
+        fields >> user >> system;
+        return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    }
+
+    // With a link that has been used already.
+    void measure(std::vector<Burst>* bursts) {
+        ASSERT_TRUE(host->bulk_out(idle_stream(kUsbHostTransfer)));
+        ASSERT_TRUE(host->wait_for_bulk_out_taken(10s)) << receiver->output();
+        for (int i = 0; i < kBursts; ++i) {
+            const double cpu_before = cpu_seconds();
+            const auto start = std::chrono::steady_clock::now();
+            ASSERT_TRUE(host->bulk_out(stream, kUsbHostTransfer, 30s)) << receiver->output();
+            ASSERT_TRUE(host->wait_for_bulk_out_taken(10s)) << receiver->output();
+            const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
+            bursts->push_back({static_cast<double>(stream.size()) / 1e6 / passed.count(),
+                               cpu_seconds() - cpu_before});
+        }
+    }
+
+    void end_process() {
+        receiver.reset();
+        ASSERT_TRUE(host->wait_until_gone(10s));
+        host->close();
+    }
+
+    void measure_receiver() {
+        ASSERT_NO_FATAL_FAILURE(start_linked());
+        ASSERT_NO_FATAL_FAILURE(measure(&of_receiver));
+        ASSERT_NO_FATAL_FAILURE(expect_pictures_in_ring());
+        end_process();
+    }
+
+    void measure_bare_reader() {
+        receiver = std::make_unique<ReceiverProcess>(std::vector<std::string>{},
+                                                     std::vector<std::string>{kPathWithStandIn},
+                                                     "/mnt/build/tests/board/bare-reader");
+        ASSERT_NO_FATAL_FAILURE(link_up());
+        ASSERT_NO_FATAL_FAILURE(measure(&of_bare_reader));
+        end_process();
+    }
+
+    // Behind the priming frame.
+    void expect_pictures_in_ring() {
+        std::vector<Bytes> parts;
+        RingReader ring;
+        ASSERT_TRUE(ring.open());
+        ring.take([&](std::uint16_t, std::span<const std::uint8_t> part) {
+            parts.emplace_back(part.begin(), part.end());
+        });
+        ASSERT_EQ(parts.size(), 1 + kBursts * kPictures);
+        for (auto burst = parts.begin() + 1; burst != parts.end(); burst += kPictures) {
+            EXPECT_TRUE(std::equal(pictures.begin(), pictures.end(), burst));
+        }
+    }
+
+    std::vector<Bytes> pictures;
+    Bytes stream;
+    std::vector<Burst> of_receiver;
+    std::vector<Burst> of_bare_reader;
+};
+
+// The best of each is compared: a busy machine can only slow them down. Where it has left the one
+// or the other no good moment yet, they get another.
+TEST_F(Throughput, OfTheReceiverIsNineTenthsOfABareReadersAtLeast) {
+    double ratio = 0;
+    for (int round = 0; round < kLeastRounds || (ratio < kLeastRatio && round < kMostRounds);
+         ++round) {
+        ASSERT_NO_FATAL_FAILURE(measure_bare_reader());
+        ASSERT_NO_FATAL_FAILURE(measure_receiver());
+        ratio = best(of_receiver) / best(of_bare_reader);
+    }
+    print("bare reader", of_bare_reader, stream.size());
+    print("receiver", of_receiver, stream.size());
+    printf("ratio        %.2f\n", ratio);
+    EXPECT_GE(ratio, kLeastRatio);
+}
+
+}  // namespace

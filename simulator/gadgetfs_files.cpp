@@ -91,56 +91,78 @@ ssize_t receive_reply(int fd, FileReply* reply, void* buffer, std::size_t size) 
     }
 }
 
-// The reply to a request; false with errno where there is none: ENODEV, or EINTR where that ends
-// it. Those to requests that were left are passed over.
-bool wait_for_reply(int fd, std::uint32_t id, bool interruptible, FileReply* reply,
-                    void* buffer = nullptr, std::size_t size = 0) {
-    for (;;) {
-        const ssize_t received = receive_reply(fd, reply, buffer, size);
-        if (received < 0 && errno == EINTR) {
-            if (interruptible) {
-                return false;
-            }
-            continue;
-        }
-        if (received < static_cast<ssize_t>(sizeof *reply)) {
-            errno = ENODEV;  // the board is gone
-            return false;
-        }
-        if (reply->id == id) {
-            return true;
-        }
-    }
-}
-
 std::uint32_t next_request(int fd) {
     return open_files[fd].last_request.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
-// A request that the caller may leave before its answer, by a signal or a cancellation: the model
-// takes it back before the caller goes on, so that no later event is read for nobody.
+// Waits for the reply to a request, past those to requests that were left: false with ENODEV where
+// the board is gone, with EINTR where a signal ends the wait.
+bool wait_for_reply(int fd, std::uint32_t id, FileReply* reply, void* buffer, std::size_t size) {
+    do {
+        const ssize_t received = receive_reply(fd, reply, buffer, size);
+        if (received < 0 && errno == EINTR) {
+            return false;
+        }
+        if (received < static_cast<ssize_t>(sizeof *reply)) {
+            errno = ENODEV;
+            return false;
+        }
+    } while (reply->id != id);
+    return true;
+}
+
+// The same, whatever signals come.
+bool wait_out_reply(int fd, std::uint32_t id, FileReply* reply, void* buffer, std::size_t size) {
+    while (!wait_for_reply(fd, id, reply, buffer, size)) {
+        if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Leaves the latest request. The model takes it back before the caller goes on, so that no later
+// event is read for nobody. True where its reply was on the way already.
+bool take_back(int fd, std::uint32_t id, FileReply* reply, void* buffer, std::size_t size) {
+    const CancelLater cancel_later;
+    const std::uint32_t cancel_id = next_request(fd);
+    if (send_request(fd, FileOperation::kCancel, cancel_id, 0, 0) < 0) {
+        return false;
+    }
+    bool replied = false;
+    FileReply next{};
+    for (;;) {
+        const ssize_t received = receive_reply(fd, &next, buffer, size);
+        if (received < 0 && errno == EINTR) {
+            continue;
+        }
+        if (received < static_cast<ssize_t>(sizeof next) || next.id == cancel_id) {
+            return replied;
+        }
+        if (next.id == id) {
+            *reply = next;
+            replied = true;
+        }
+    }
+}
+
+// A request that a cancelled thread leaves.
 class PendingRequest {
   public:
-    explicit PendingRequest(int fd) : fd_(fd) {}
+    PendingRequest(int fd, std::uint32_t id) : fd_(fd), id_(id) {}
     PendingRequest(const PendingRequest&) = delete;
     PendingRequest& operator=(const PendingRequest&) = delete;
     ~PendingRequest() {
-        if (ended_) {
-            return;
+        if (!ended_) {
+            FileReply nobodys{};
+            take_back(fd_, id_, &nobodys, nullptr, 0);
         }
-        const CancelLater cancel_later;
-        const int error = errno;
-        const std::uint32_t id = next_request(fd_);
-        FileReply reply{};
-        if (send_request(fd_, FileOperation::kCancel, id, 0, 0) == 0) {
-            wait_for_reply(fd_, id, false, &reply);
-        }
-        errno = error;
     }
     void ended() { ended_ = true; }
 
   private:
     int fd_;
+    std::uint32_t id_;
     bool ended_ = false;
 };
 
@@ -151,21 +173,25 @@ int call_model(int fd, FileOperation operation, int flags, int argument, const v
         errno = EINVAL;
         return -1;
     }
-    const bool waits = operation == FileOperation::kRead || operation == FileOperation::kPoll;
     const std::uint32_t id = next_request(fd);
     std::optional<CancelLater> cancel_later(std::in_place);
     if (send_request(fd, operation, id, flags, argument, bytes, length) < 0) {
         errno = ENODEV;
         return -1;
     }
-    PendingRequest pending(fd);
-    if (waits) {
-        cancel_later.reset();
-    }
     FileReply reply{};
-    const bool replied = wait_for_reply(fd, id, waits, &reply, buffer, size);
-    if (replied || errno != EINTR) {
+    bool replied = false;
+    if (operation == FileOperation::kRead || operation == FileOperation::kPoll) {
+        PendingRequest pending(fd, id);
+        cancel_later.reset();
+        replied = wait_for_reply(fd, id, &reply, buffer, size);
         pending.ended();
+        if (!replied && errno == EINTR) {
+            replied = take_back(fd, id, &reply, buffer, size);
+            errno = EINTR;
+        }
+    } else {
+        replied = wait_out_reply(fd, id, &reply, buffer, size);
     }
     if (!replied) {
         return -1;

@@ -25,8 +25,8 @@ GadgetfsFile gadgetfs_file(int fd);
 // file, or -1 with errno.
 bool open_gadgetfs_file(const char* path, int flags, int* fd);
 
-// The calls on an open one of that kind: results and errno as of the kernel's. Reads and writes are
-// cancellation points.
+// The calls on an open one of that kind: results and errno as of the kernel's. Reads, and writes of
+// data to an endpoint, are cancellation points.
 ssize_t read_gadgetfs_file(int fd, GadgetfsFile kind, void* buffer, std::size_t size);
 ssize_t write_gadgetfs_file(int fd, GadgetfsFile kind, const void* bytes, std::size_t length);
 int ioctl_gadgetfs_file(int fd, GadgetfsFile kind, unsigned long request);

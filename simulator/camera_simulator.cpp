@@ -203,19 +203,24 @@ bool claim_device(UsbHost& host, const SimulatorOptions& options) {
     }
     printf("waiting for the receiver's device on a USB port\n");
     fflush(stdout);
-    if (!host.wait_for_device(timeout, [] { return signal_seen != 0; })) {
-        if (signal_seen == 0) {
-            fputs("camera-simulator: no device has come\n", stderr);
+    for (;;) {
+        if (!host.wait_for_device(timeout, [] { return signal_seen != 0; })) {
+            if (signal_seen == 0) {
+                fputs("camera-simulator: no device has come\n", stderr);
+            }
+            return false;
         }
-        return false;
-    }
-    printf("device %s found: bus %u, address %u, %s Mbit/s, \"%s\" \"%s\", serial \"%s\"\n",
-           host.sysfs_name().c_str(), host.bus(), host.address(), host.sysfs_text("speed").c_str(),
-           host.sysfs_text("manufacturer").c_str(), host.sysfs_text("product").c_str(),
-           host.sysfs_text("serial").c_str());
-    if (!host.open() || !host.claim()) {
-        fputs("camera-simulator: this takes root, or a rule that lets you at the device\n", stderr);
-        return false;
+        printf("device %s found: bus %u, address %u, %s Mbit/s, \"%s\" \"%s\", serial \"%s\"\n",
+               host.sysfs_name().c_str(), host.bus(), host.address(),
+               host.sysfs_text("speed").c_str(), host.sysfs_text("manufacturer").c_str(),
+               host.sysfs_text("product").c_str(), host.sysfs_text("serial").c_str());
+        fflush(stdout);
+        if (host.open() && host.claim()) {
+            break;
+        }
+        if (!host.gone()) {
+            return false;
+        }
     }
     printf("interface claimed, configuration %u\n", host.configuration_value());
     fflush(stdout);

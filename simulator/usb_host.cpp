@@ -104,7 +104,9 @@ unsigned UsbHost::configuration_value() const {
 void UsbHost::Impl::handle_events() const {
     while (!events_end) {
         timeval timeout = one_second();
-        libusb_handle_events_timeout_completed(search.context(), &timeout, nullptr);
+        if (libusb_handle_events_timeout_completed(search.context(), &timeout, nullptr) != 0) {
+            std::this_thread::sleep_for(kBetweenChecks);  // lest an error that stays spins
+        }
     }
 }
 

@@ -24,6 +24,9 @@ bool usb_succeeded(int error, const std::string& what) {
     if (error != 0) {
         fprintf(stderr, "usb host: %s: %s\n", what.c_str(), libusb_strerror(error));
     }
+    if (error == LIBUSB_ERROR_ACCESS) {
+        fputs("usb host: this takes root, or a rule that lets you at the device\n", stderr);
+    }
     return error == 0;
 }
 

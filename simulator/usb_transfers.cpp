@@ -1,6 +1,7 @@
 #include "simulator/usb_transfers.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <new>
 #include <utility>
 
@@ -154,6 +155,9 @@ void UsbTransfers::submit_in() {
     const int error = libusb_submit_transfer(in_);
     in_pending_ = error == 0;
     note(error);
+    if (error != 0) {
+        fprintf(stderr, "usb host: bulk IN is not read: %s\n", libusb_error_name(error));
+    }
 }
 
 void UsbTransfers::in_ended(libusb_transfer* transfer) {
@@ -168,7 +172,9 @@ void UsbTransfers::in_ended(libusb_transfer* transfer) {
     self.no_device_ = self.no_device_ || transfer->status == LIBUSB_TRANSFER_NO_DEVICE;
     const bool broken = transfer->status != LIBUSB_TRANSFER_COMPLETED &&
                         transfer->status != LIBUSB_TRANSFER_CANCELLED;
-    if (self.running_ && !broken) {
+    if (broken) {
+        fprintf(stderr, "usb host: reading bulk IN ended with status %d\n", transfer->status);
+    } else if (self.running_) {
         self.submit_in();
     }
     self.changed_.notify_all();

@@ -21,15 +21,21 @@ if [ "$(cat "$board/stamp" 2>/dev/null)" = "$stamp" ]; then
 fi
 
 echo "Making the virtual board in $board"
-rm -rf "$board"
-mkdir -p "$board/parts"
-unpack_debian arm64 "$board/root.tar" "${guest_packages[@]}" -- --extract-hook="$guest/finish-root.sh \"\$1\""
-bsdtar -xf "$board/root.tar" -C "$board/parts" 'boot/vmlinuz-*'
-mv "$board"/parts/boot/vmlinuz-* "$board/kernel"
-bsdtar -cf "$board/root.cpio" --format newc --exclude '^./boot/*' --exclude '^./var/*' "@$board/root.tar"
-rm -rf "$board/parts" "$board/root.tar"
+mkdir -p build
+# Beside its place, so that an interrupted run leaves the old one.
+fresh=$(mktemp -d "$board.XXXXXX")
+trap 'rm -rf "$fresh"' EXIT
+mkdir "$fresh/parts"
+unpack_debian arm64 "$fresh/root.tar" "${guest_packages[@]}" -- --extract-hook="$guest/finish-root.sh \"\$1\""
+bsdtar -xf "$fresh/root.tar" -C "$fresh/parts" 'boot/vmlinuz-*'
+mv "$fresh"/parts/boot/vmlinuz-* "$fresh/kernel"
+bsdtar -cf "$fresh/root.cpio" --format newc --exclude '^./boot/*' --exclude '^./var/*' "@$fresh/root.tar"
+rm -rf "$fresh/parts" "$fresh/root.tar"
 
 # The receiver asks the device tree which board it is on.
-"$guest/board.sh" "$board" -machine virt,gic-version=3,dumpdtb="$board/board.dtb" 2>/dev/null
-fdtput -t s "$board/board.dtb" / model "Raspberry Pi 4 Model B Rev 1.4"
-echo "$stamp" >"$board/stamp"
+"$guest/board.sh" "$fresh" -machine virt,gic-version=3,dumpdtb="$fresh/board.dtb"
+fdtput -t s "$fresh/board.dtb" / model "Raspberry Pi 4 Model B Rev 1.4"
+echo "$stamp" >"$fresh/stamp"
+chmod 755 "$fresh"
+rm -rf "$board"
+mv "$fresh" "$board"

@@ -5,7 +5,7 @@
 # The packages and what they depend on are only unpacked: nothing of another architecture runs, so
 # that neither binfmt_misc nor root is needed, and the host's own packages stay as they are.
 unpack_debian() {
-    local architecture=$1 target=$2 package packages=() settings=() mirror setting mode=root
+    local architecture=$1 target=$2 package packages=() settings=() mirror setting downloads mode=root
     shift 2
     while [ $# -gt 0 ]; do
         package=$1
@@ -25,6 +25,13 @@ unpack_debian() {
         settings+=("--aptopt=$setting")
     done < <(apt-config dump | grep -E '^Acquire::(https?::Proxy|Check-Date|Check-Valid-Until)' || true)
 
+    # What was downloaded before is not downloaded again. (Hooks run in a directory of their own.)
+    downloads=$PWD/build/downloads/$architecture
+    mkdir -p "$downloads"
+    settings+=("--skip=essential/unlink,download/empty"
+        "--setup-hook=mkdir -p \"\$1/var/cache/apt/archives/partial\""
+        "--setup-hook=sync-in '$downloads' /var/cache/apt/archives"
+        "--extract-hook=sync-out /var/cache/apt/archives '$downloads'")
     mmdebstrap --quiet --mode="$mode" --variant=extract --architectures="$architecture" \
         --include="$(IFS=,; echo "${packages[*]}")" "${settings[@]}" "$@" \
         bookworm "$target" ${mirror:+"$mirror"}

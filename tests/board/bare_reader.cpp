@@ -1,8 +1,10 @@
 // bare-reader: the receiver's device with nothing behind it, for comparison. It reads bulk OUT a
 // packet at a time, as the receiver does, and throws away what it reads, until the link ends.
+// bare-reader [MILLISECONDS]: lets so much time pass before its first look at endpoint zero.
 
 #include <poll.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
@@ -31,7 +33,7 @@ void handle_event(UsbGadgetHandle* handle) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     for (const char* command : kMountGadgetCommands) {
         [[maybe_unused]] const int status = std::system(command);
     }
@@ -41,6 +43,9 @@ int main() {
     }
     usb_gadget_set_event_cb(handle, note_event, nullptr);
     usb_gadget_set_debug_level(handle, 0);
+    if (argc > 1) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::atoi(argv[1])));
+    }
     while (endpoints < 2) {
         handle_event(handle);
     }

@@ -1,9 +1,12 @@
 #include "tests/board/board_controls.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <sys/time.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -32,6 +35,12 @@ bool is_loaded(const std::string& module) {
 void unload(const std::string& module) {
     if (is_loaded(module)) {
         run("rmmod " + module);
+    }
+}
+
+void set_wall_clock(const timeval& time) {
+    if (settimeofday(&time, nullptr) != 0) {
+        throw std::runtime_error("settimeofday");
     }
 }
 
@@ -73,9 +82,12 @@ void configure_devices(bool configure) {
     write_text("/sys/bus/usb/devices/usb1/authorized_default", configure ? "1" : "0");
 }
 
-void select_configuration(int value) {
-    std::ofstream file("/sys/bus/usb/devices/1-1/bConfigurationValue");
-    file << value << std::flush;
+int select_configuration(int value) {
+    const int fd = open("/sys/bus/usb/devices/1-1/bConfigurationValue", O_WRONLY | O_CLOEXEC);
+    const std::string text = std::to_string(value);
+    const int error = fd < 0 || write(fd, text.data(), text.size()) < 0 ? errno : 0;
+    close(fd);
+    return error;
 }
 
 void leave_out_interface_strings(bool leave_out) {
@@ -86,9 +98,16 @@ void set_clock_back(std::chrono::seconds by) {
     timeval now{};
     gettimeofday(&now, nullptr);
     now.tv_sec -= by.count();
-    if (settimeofday(&now, nullptr) != 0) {
-        throw std::runtime_error("settimeofday");
-    }
+    set_wall_clock(now);
+}
+
+void set_clock(ClockHalf half) {
+    constexpr std::int64_t kRounds = 417;  // to October 2026
+    constexpr std::int64_t kTenDays = 10 * 24 * 3600;
+    const std::int64_t seconds = (kRounds << 32) / 1000;
+    set_wall_clock(
+        {.tv_sec = half == ClockHalf::kPositive ? seconds + kTenDays : seconds - kTenDays,
+         .tv_usec = 0});
 }
 
 int module_users(const std::string& name) {

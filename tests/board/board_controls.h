@@ -24,8 +24,8 @@ void switch_port(bool on);
 // descriptors and strings, and leaves it at that.
 void configure_devices(bool configure);
 
-// Has the host select a configuration of the device, or none (0). What the device says is ignored.
-void select_configuration(int value);
+// Has the host select a configuration of the device, or none (0): 0, or the errno.
+int select_configuration(int value);
 
 // Whether this host leaves out the strings of the configuration and of its interface. It asks for
 // them after SET_CONFIGURATION, and keeps the device to itself until it has them.
@@ -34,6 +34,10 @@ void leave_out_interface_strings(bool leave_out);
 // The receiver counts the camera's silence on the wall clock, and gives up after five seconds. A
 // test that takes its time with an idle link puts the clock back.
 void set_clock_back(std::chrono::seconds by);
+// The receiver's millisecond clock counts the wall clock's, modulo 2^32: an early or a late half of
+// that, which as a signed number is positive or negative. Ten days from the next change.
+enum class ClockHalf { kPositive, kNegative };
+void set_clock(ClockHalf half);
 
 // The number of a module's users, as lsmod has it; -1 where it is not loaded.
 int module_users(const std::string& name);

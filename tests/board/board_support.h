@@ -19,6 +19,9 @@ using std::chrono_literals::operator""s;
 
 inline constexpr char kPathWithStandIn[] = "PATH=/board/bin:/bin:/sbin:/usr/bin:/usr/sbin";
 
+// A reader with nothing behind it, which says "USB connected\n" too.
+inline constexpr char kBareReader[] = "/mnt/build/tests/board/bare-reader";
+
 // What the receiver prints, without its first run's words about the channel block, until the host
 // may come.
 inline constexpr char kStartLines[] =
@@ -37,6 +40,12 @@ inline constexpr char kStartLines[] =
 inline constexpr char kFirstVideoLines[] =
     "Live stream video resolution changed to 1280x720\n"
     "Clear frame shared memory\n";
+// When a read has failed, to the end with status 1.
+inline constexpr char kFailedLinkLines[] =
+    "read failed\n"
+    "poll error or break!\n"
+    "Exit gadget\n"
+    "USB receiver exit\n";
 
 class BoardTest : public testing::Test {
   protected:
@@ -58,7 +67,8 @@ class BoardTest : public testing::Test {
     // Of a process that has had no video yet.
     void expect_video_passes();
 
-    // Waits for the end of a link that has failed: status, and the lines after the start's.
+    // Waits for the end of a link that has failed: status 1, and the lines after the start's, with
+    // kFailedLinkLines behind the given ones.
     void expect_link_end(const std::string& lines);
     // The port, while the receiver services endpoint zero: until it has noticed.
     void switch_port_off();

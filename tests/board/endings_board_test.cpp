@@ -14,10 +14,12 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kSilence = 5000ms;
 constexpr auto kPauseAtStart = 1000ms;  // before the receiver begins to count
+constexpr auto kLate = 3000ms;          // the board's own slowness
 
 class Endings : public BoardTest {
   protected:
-    // Until the host has enumerated the device; it does not configure it.
+    // Until the host has enumerated the device; it does not configure it. (In the middle of its
+    // requests nothing can switch the port: Linux's hub driver has it locked until they are over.)
     void start_enumerated() {
         configure_devices(false);
         start();
@@ -48,16 +50,29 @@ TEST_F(Endings, SilentCameraEndsItAfterFiveSeconds) {
     const auto taken = Clock::now();
     expect_end_of_silence("USB connected\n");
     EXPECT_GT(Clock::now() - before, kSilence);
-    EXPECT_LT(Clock::now() - taken, kSilence + 5s);
+    EXPECT_LT(Clock::now() - taken, kSilence + kLate);
     expect_start_works();
 }
 
 TEST_F(Endings, CameraThatNeverSendsEndsItAfterFiveSeconds) {
-    const auto before = Clock::now();
-    start_linked();
-    set_clock_back(-60s);
+    start();
+    ASSERT_TRUE(receiver->wait_for("Gadget init done\n", 20s));
+    const auto ready = Clock::now();
     expect_end_of_silence("USB connected\n");
-    EXPECT_GT(Clock::now() - before, kPauseAtStart + kSilence);
+    EXPECT_GT(Clock::now() - ready, kSilence);
+    EXPECT_LT(Clock::now() - ready, kPauseAtStart + kSilence + kLate);
+    expect_start_works();
+}
+
+TEST_F(Endings, HostThatNeverComesEndsItAfterFiveSeconds) {
+    switch_port(false);
+    start();
+    ASSERT_TRUE(receiver->wait_for("Gadget init done\n", 20s));
+    const auto ready = Clock::now();
+    expect_end_of_silence("");
+    EXPECT_GT(Clock::now() - ready, kSilence);
+    EXPECT_LT(Clock::now() - ready, kPauseAtStart + kSilence + kLate);
+    switch_port(true);
     expect_start_works();
 }
 
@@ -69,6 +84,28 @@ TEST_F(Endings, PortOffWhileStreaming) {
         switch_port(false);
     }
     expect_link_end(std::string("USB connected\n") + kFirstVideoLines);
+    switch_port(true);
+    expect_start_works();
+}
+
+// While the device is being closed, such a clock makes the supervision see a silence above every
+// limit. Which of the two threads is the first is open.
+TEST_F(Endings, PortOffUnderAPositiveClockMayBeATimeout) {
+    set_clock(ClockHalf::kPositive);
+    start_streaming();
+    switch_port(false);
+    const std::string timeout = "Camera connection timeout\n";
+    const std::optional<int> status = receiver->wait_exit(20s);
+    std::string lines = lines_after_start();
+    if (const std::size_t at = lines.find(timeout); at != std::string::npos) {
+        lines.erase(at, timeout.size());
+        const std::string failed = std::string("USB connected\n") + kFailedLinkLines;
+        EXPECT_TRUE(failed.starts_with(lines)) << lines;
+        EXPECT_TRUE(status == 1 || status == 2);
+    } else {
+        EXPECT_EQ(lines, std::string("USB connected\n") + kFailedLinkLines);
+        EXPECT_EQ(status, 1);
+    }
     switch_port(true);
     expect_start_works();
 }
@@ -138,7 +175,7 @@ TEST_F(Endings, BusResetInTheReadersFirstSecondThatIsNotNoticed) {
     start_linked();
     receiver->signal(SIGSTOP);
     std::thread reset([this] { EXPECT_FALSE(host->reset()); });
-    std::this_thread::sleep_for(500ms);
+    std::this_thread::sleep_for(2s);  // the host then waits for its SET_CONFIGURATION
     receiver->signal(SIGCONT);
     expect_link_end("USB connected\n");
     reset.join();

@@ -13,6 +13,7 @@ constexpr SetupPacket get_descriptor(std::uint8_t type, std::uint8_t index, std:
     return {0x80, 6, static_cast<std::uint16_t>(type << 8 | index), language, length};
 }
 constexpr SetupPacket kGetConfiguration = {0x80, 8, 0, 0, 1};
+constexpr SetupPacket kGetStatus = {0x80, 0, 0, 0, 2};
 constexpr SetupPacket kGetInterface = {0x81, 10, 0, 0, 1};
 constexpr SetupPacket kSetInterface = {0x01, 11, 0, 0, 0};
 constexpr SetupPacket kVendorIn = {0xC0, 51, 0, 0, 2};
@@ -27,6 +28,14 @@ const Bytes kConfiguration = {
     7, 5, 0x02, 2, 0x00, 0x02, 0,                                             // bulk OUT
 };
 
+// At the other speed.
+const Bytes kQualifier = {10, 6, 0x00, 0x02, 0xFF, 0, 0, 64, 1, 0};
+const Bytes kOtherSpeed = {
+    9, 7, 32,   0, 1,  2,    250, 0xC0, 1,                       //
+    9, 4, 0,    0, 2,  0xFF, 0,   0,    250,                     //
+    7, 5, 0x86, 2, 64, 0,    0,   7,    5,   0x02, 2, 64, 0, 0,  // bulk IN, OUT: 64 bytes
+};
+
 Bytes string_descriptor(const std::string& text) {
     Bytes bytes = {static_cast<std::uint8_t>(2 + 2 * text.size()), 3};
     for (const char letter : text) {
@@ -39,7 +48,9 @@ Bytes string_descriptor(const std::string& text) {
 class Enumeration : public BoardTest {
   protected:
     void expect_answer(const SetupPacket& request, const Bytes& answer) {
-        EXPECT_EQ(host->control(request), (ControlResult{ControlStatus::kAcknowledged, answer}));
+        const ControlResult result = host->control(request);
+        EXPECT_EQ(result.status, ControlStatus::kAcknowledged) << testing::PrintToString(answer);
+        EXPECT_EQ(result.data, answer);
     }
     void expect_stall(const SetupPacket& request) {
         EXPECT_EQ(host->control(request).status, ControlStatus::kStalled);
@@ -75,7 +86,10 @@ TEST_F(Enumeration, HostReadsTheDescriptorsFromTheDevice) {
     expect_answer(get_descriptor(2, 0, 0, 255), kConfiguration);
     expect_answer(get_descriptor(2, 0, 0, 9),
                   Bytes(kConfiguration.begin(), kConfiguration.begin() + 9));
+    expect_answer(get_descriptor(6, 0, 0, 255), kQualifier);
+    expect_answer(get_descriptor(7, 0, 0, 255), kOtherSpeed);
     expect_answer(kGetConfiguration, {2});
+    expect_answer(kGetStatus, {0, 0});  // the kernel does not look for "self-powered"
 }
 
 TEST_F(Enumeration, ProcessAnswersForItsStrings) {

@@ -11,7 +11,15 @@ namespace {
 
 constexpr int kStarts = 20;
 
-class PromptHost : public BoardTest {};
+class PromptHost : public BoardTest {
+  protected:
+    // The device with a process behind it that looks late.
+    void start_late(const char* milliseconds) {
+        receiver = std::make_unique<ReceiverProcess>(std::vector<std::string>{milliseconds},
+                                                     std::vector<std::string>{kPathWithStandIn},
+                                                     kBareReader);
+    }
+};
 
 TEST_F(PromptHost, EveryStartEndsConfigured) {
     leave_out_interface_strings(true);  // they would only cost time
@@ -29,6 +37,23 @@ TEST_F(PromptHost, EveryStartEndsConfigured) {
         EXPECT_EQ(receiver->wait_exit(10s), 1);
     }
     EXPECT_EQ(configured, kStarts);
+}
+
+TEST_F(PromptHost, ProcessThatLooksLateIsNotToldOfTheConfiguration) {
+    start_late("3000");
+    ASSERT_TRUE(host->wait_for_device(2500ms));
+    EXPECT_EQ(host->configuration_value(), 2U);
+    EXPECT_FALSE(receiver->wait_for("USB connected\n", 6s));
+}
+
+TEST_F(PromptHost, KernelThatWasReadOnceTellsIt) {
+    start_late("0");
+    ASSERT_TRUE(receiver->wait_for("USB connected\n", 10s));
+    ASSERT_TRUE(host->wait_for_device(5s));
+    receiver.reset();
+    ASSERT_TRUE(host->wait_until_gone(10s));
+    start_late("3000");
+    EXPECT_TRUE(receiver->wait_for("USB connected\n", 10s)) << receiver->output();
 }
 
 }  // namespace

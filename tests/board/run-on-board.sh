@@ -23,10 +23,11 @@ run=$(mktemp -d "$build/board-runs/XXXXXX")
     echo
 } >"$run/command"
 
-"$here/guest/board.sh" "$build/board" -dtb "$build/board/board.dtb" \
+# Longer than any run of `ctest`; 100 cycles by hand take a quarter of an hour.
+timeout 3000 "$here/guest/board.sh" "$build/board" -dtb "$build/board/board.dtb" \
     -append "console=ttyAMA0 quiet oops=panic panic=-1 rdinit=/init" -serial "file:$run/console" \
     -virtfs "local,path=$build/arm64,mount_tag=build,security_model=none,readonly=on" \
-    -virtfs "local,path=$run,mount_tag=run,security_model=none" </dev/null
+    -virtfs "local,path=$run,mount_tag=run,security_model=none" </dev/null || true
 
 cat "$run/output" 2>/dev/null || true
 if [ ! -s "$run/status" ]; then
@@ -35,6 +36,10 @@ if [ ! -s "$run/status" ]; then
     exit 1
 fi
 status=$(cat "$run/status")
+if grep -E '(WARNING|BUG|Oops): ' "$run/console"; then
+    echo "The kernel has complained."
+    status=1
+fi
 if [ "$status" -eq 0 ]; then
     rm -rf "$run"
 else

@@ -7,6 +7,12 @@
 
 namespace {
 
+const Bytes kConfigurationAtFullSpeed = {
+    9, 2, 32,   0, 1,  2,    250, 0xC0, 1,                       // configuration 2
+    9, 4, 0,    0, 2,  0xFF, 0,   0,    250,                     //
+    7, 5, 0x86, 2, 64, 0,    0,   7,    5,   0x02, 2, 64, 0, 0,  // bulk IN, OUT: 64 bytes
+};
+
 class Starts : public BoardTest {
   protected:
     void expect_refused() {
@@ -46,6 +52,10 @@ TEST_F(Starts, FullSpeedFailsAtTheFirstRead) {
     start();
     ASSERT_TRUE(receiver->wait_for("Gadget init done\n", 20s));
     set_clock_back(60s);  // the enumeration and the reader's first second may take five
+    leave_out_interface_strings(true);
+    ASSERT_TRUE(host->wait_for_device(20s)) << receiver->output();
+    EXPECT_EQ(host->sysfs_text("speed"), "12");
+    EXPECT_EQ(host->configuration_descriptor(), kConfigurationAtFullSpeed);
     expect_link_end("USB connected\n");
     load_controller();
     expect_start_works();

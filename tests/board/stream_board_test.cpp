@@ -22,7 +22,7 @@ using Clock = std::chrono::steady_clock;
 using Strings = std::vector<std::string>;
 
 // 60 seconds at 30 pictures a second, made by make-clips.sh; as the board sees it.
-constexpr char kClip[] = "/mnt/build/clips/minute.h264";
+constexpr char kClip[] = "/mnt/build/clips/minute-8-mbit.h264";
 constexpr auto kLastPicture = 1799 * 1000ms / 30;
 constexpr std::size_t kChunk = 48000;  // camera-simulator's, where nothing else is asked for
 constexpr char kVideo[] = "/tmp/video.h264";
@@ -238,13 +238,14 @@ void MainJob::expect_reports(std::chrono::duration<double> time) const {
           std::tuple("parameter blocks", &ear.parameter_blocks(), 5.0)}) {
         const double pause = arrivals->longest_pause.count();
         printf("%s: %d, longest pause %.2f s\n", name, arrivals->count, pause);
-        EXPECT_GE(arrivals->count, time.count() * a_second / 2) << name;
-        EXPECT_LT(pause, 5.0) << name;
+        EXPECT_GE(arrivals->count, time.count() * a_second * 0.8) << name;
+        EXPECT_LT(pause, 2.5) << name;
     }
 }
 
 void MainJob::expect_lines() const {
     std::string lines = lines_after_start();
+    EXPECT_TRUE(lines.find("Main application found\n") != std::string::npos);
     // The application is lost in each pause between its commands.
     lines = without(without(lines, "Main application found\n"), "Main application lost\n");
     const std::string expected =
@@ -299,6 +300,7 @@ TEST_F(MainJob, MinuteOfVideoWithReportsAndCommands) {
     printf("%.1f s of playing\n", std::chrono::duration<double>(time).count());
     EXPECT_EQ(camera_status, 0) << camera->standard_output() << camera->output();
     EXPECT_GT(time, kLastPicture - 1s);  // the beginning is seen a little late
+    EXPECT_LT(time, kLastPicture + 6s) << "the board does not keep up";
     EXPECT_TRUE(camera->standard_output().ends_with("\ncommands refused: 0\n"))
         << camera->standard_output();
     expect_reports(time);

@@ -109,9 +109,8 @@ class Throughput : public BoardTest {
     }
 
     void measure_bare_reader() {
-        receiver = std::make_unique<ReceiverProcess>(std::vector<std::string>{},
-                                                     std::vector<std::string>{kPathWithStandIn},
-                                                     "/mnt/build/tests/board/bare-reader");
+        receiver = std::make_unique<ReceiverProcess>(
+            std::vector<std::string>{}, std::vector<std::string>{kPathWithStandIn}, kBareReader);
         ASSERT_NO_FATAL_FAILURE(link_up());
         ASSERT_NO_FATAL_FAILURE(measure(&of_bare_reader));
         end_process();

@@ -103,7 +103,7 @@ void set_clock_back(std::chrono::seconds by) {
 
 void set_clock(ClockHalf half) {
     constexpr std::int64_t kRounds = 417;  // to October 2026
-    constexpr std::int64_t kTenDays = 10 * 24 * 3600;
+    constexpr std::int64_t kTenDays = std::int64_t{10} * 24 * 3600;
     const std::int64_t seconds = (kRounds << 32) / 1000;
     set_wall_clock(
         {.tv_sec = half == ClockHalf::kPositive ? seconds + kTenDays : seconds - kTenDays,

@@ -10,7 +10,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
-#include <string>
 
 #include "app/focus_config.h"
 #include "control/capture_commands.h"
@@ -251,14 +250,35 @@ void set_movement_mode(const Words& words) {
     }
 }
 
-// Written in one piece and unformatted: the text may be longer than any line buffer.
-void log_text(const std::string& text) {
-    const std::string line = "JSON commands from app: " + text + "\n";
-    // Nobody misses the line of a standard error that cannot take it.
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
-}
+constexpr char kLogPrefix[] = "JSON commands from app: ";
+constexpr std::size_t kLogPrefixLength = sizeof(kLogPrefix) - 1;
 
-void dispatch_json(const std::string& text) {
+// A command's text, with what goes around it in the log. On the stack: a system without memory
+// loses the command at most.
+class CommandText {
+  public:
+    CommandText(const char* text, std::size_t length) : length_(length) {
+        memcpy(line_, kLogPrefix, kLogPrefixLength);
+        memcpy(line_ + kLogPrefixLength, text, length);
+        line_[kLogPrefixLength + length] = '\0';
+    }
+    const char* c_str() const { return line_ + kLogPrefixLength; }
+
+    // Written in one piece and unformatted: the text may be longer than any line buffer. It has no
+    // end any more.
+    void log() {
+        line_[kLogPrefixLength + length_] = '\n';
+        // Nobody misses the line of a standard error that cannot take it.
+        [[maybe_unused]] const ssize_t written =
+            write(STDERR_FILENO, line_, kLogPrefixLength + length_ + 1);
+    }
+
+  private:
+    std::size_t length_;
+    char line_[kLogPrefixLength + UINT16_MAX + 1];
+};
+
+void dispatch_json(CommandText& text) {
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> tree(cJSON_Parse(text.c_str()),
                                                                cJSON_Delete);
     // Keys in any letter case, and the first of several.
@@ -271,7 +291,7 @@ void dispatch_json(const std::string& text) {
         set_movement_mode(words);
         return;
     }
-    log_text(text);
+    text.log();
     carry_out(words);
 }
 
@@ -299,6 +319,7 @@ void app_command_dispatch(const std::uint8_t* buffer, std::uint16_t length, cons
     } else if (buffer[0] == kJsonMessage) {
         // A copy, for the parser looks for the NUL that a full datagram does not have.
         const char* const text = reinterpret_cast<const char*>(buffer) + 1;
-        dispatch_json(std::string(text, strnlen(text, length - 1U)));
+        CommandText copy(text, strnlen(text, length - 1U));
+        dispatch_json(copy);
     }
 }

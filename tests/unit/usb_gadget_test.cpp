@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <new>
+#include <thread>
 
 #include "tests/unit/fake_gadgetfs.h"
 #include "usb/usb-gadget/usb-gadget-internal.h"
@@ -416,6 +417,42 @@ TEST_F(UsbGadget, ClosingAnEndpointTwiceDoesNothingMore) {
     usb_gadget_endpoint_close(in);
     EXPECT_EQ(take_calls(), Calls{});
     EXPECT_STREQ(usb_gadget_endpoint(device_, 2)->name, "ep2out-bulk");
+}
+
+// A file that is opened after the close gets the number of the closed one.
+TEST_F(UsbGadget, CloseComesAfterTheWriteOfWhoHasSeenTheFile) {
+    configure(kUsbSpeedHigh);
+    UsbGadgetEndpoint* in = usb_gadget_endpoint(device_, 6);
+    in->writers = 1;
+    std::thread writer([in] {
+        while (in->fd != -1) {
+            std::this_thread::yield();
+        }
+        fake_call("ep6in-bulk written");
+        in->writers = 0;
+    });
+    usb_gadget_endpoint_close(in);
+    writer.join();
+    EXPECT_EQ(take_calls(), (Calls{"ep6in-bulk written", "ep6in-bulk close"}));
+}
+
+TEST_F(UsbGadget, CloseDoesNotWaitForACameraThatLeavesAWriteUnread) {
+    configure(kUsbSpeedHigh);
+    UsbGadgetEndpoint* in = usb_gadget_endpoint(device_, 6);
+    in->writers = 1;
+    usb_gadget_endpoint_close(in);
+    EXPECT_EQ(take_calls(), Calls{"ep6in-bulk close"});
+}
+
+TEST_F(UsbGadget, WriterIsNoneAnyMoreAfterItsWrite) {
+    configure(kUsbSpeedHigh);
+    UsbGadgetEndpoint* in = usb_gadget_endpoint(device_, 6);
+    const std::uint8_t byte = 0;
+    EXPECT_EQ(usb_gadget_endpoint_write(in, &byte, 1, 20), 1);
+    EXPECT_EQ(in->writers, 0);
+    usb_gadget_endpoint_close(in);
+    EXPECT_EQ(usb_gadget_endpoint_write(in, &byte, 1, 20), -1);
+    EXPECT_EQ(in->writers, 0);
 }
 
 TEST_F(UsbGadgetDeathTest, ClosingNoEndpointIsAnAssertionFailure) {

@@ -213,11 +213,12 @@ bool set_config(UsbGadgetHandle* handle) {
         endpoint->high_speed = find_high_speed(handle->config, number);
         insert_first(endpoint);
         if (!open_ep(endpoint)) {
-            usb_gadget_debug(handle, "usb-gadget: set_config: %s open failed\n", endpoint->name);
+            usb_gadget_debug(handle, "usb-gadget: set_config: %s open failed\n",
+                             endpoint->name.load());
             close_ep(endpoint);
             return false;
         }
-        usb_gadget_debug(handle, "usb-gadget: set_config: %s opened\n", endpoint->name);
+        usb_gadget_debug(handle, "usb-gadget: set_config: %s opened\n", endpoint->name.load());
         notify(handle, USB_GADGET_EP_ENABLE, number);
     }
     return true;

@@ -141,8 +141,8 @@ bool set_interface(UsbGadgetHandle* handle, const Setup& setup) {
     for (const UsbGadgetEndpoint* endpoint = handle->endpoints.next; endpoint != &handle->endpoints;
          endpoint = endpoint->next) {
         const int fd = endpoint->fd.load(std::memory_order_relaxed);
-        usb_gadget_debug(handle, "usb-gadget: setup: clear halt %s %d %d\n", endpoint->name, fd,
-                         result);
+        usb_gadget_debug(handle, "usb-gadget: setup: clear halt %s %d %d\n", endpoint->name.load(),
+                         fd, result);
         if (fd > 0 && ioctl(fd, GADGETFS_CLEAR_HALT) < 0) {
             result = -1;
         }

@@ -20,6 +20,9 @@
 
 namespace {
 
+constexpr int kWriterLooks = 20;
+constexpr useconds_t kWriterLookTime = 1000;
+
 // Names that the kernel gives to the control files of the boards' USB device controllers.
 constexpr const char* kControllers[] = {"fe980000.usb", "20980000.usb", "3f980000.usb",
                                         "musb-hdrc"};
@@ -97,9 +100,9 @@ bool open_ep0(UsbGadgetHandle* handle) {
 // between; -1 with errno EINVAL where the transfer is refused. `operation` is the caller's name.
 int transfer_file(const UsbGadgetEndpoint* endpoint, std::size_t length, const char* operation) {
     const UsbGadgetHandle* handle = endpoint->handle;
-    const int fd = endpoint->fd.load(std::memory_order_relaxed);
+    const int fd = endpoint->fd.load();
     if (fd < 0) {
-        const char* name = endpoint->name;
+        const char* name = endpoint->name.load(std::memory_order_relaxed);
         usb_gadget_debug(handle, "usb-gadget: %s: %s is closed\n", operation,
                          name != nullptr ? name : "(null)");
         errno = EINVAL;
@@ -148,8 +151,9 @@ UsbGadgetEndpoint* new_endpoint(UsbGadgetHandle* handle, const char* name) {
     if (endpoint == nullptr) {
         return nullptr;
     }
-    endpoint->name = strdup(name);
-    if (endpoint->name == nullptr) {
+    char* const copy = strdup(name);
+    endpoint->name.store(copy, std::memory_order_relaxed);
+    if (copy == nullptr) {
         delete endpoint;
         return nullptr;
     }
@@ -161,13 +165,17 @@ UsbGadgetEndpoint* new_endpoint(UsbGadgetHandle* handle, const char* name) {
 }
 
 void release_file(UsbGadgetEndpoint* endpoint) {
-    // The field is cleared first: from here on no other thread starts a transfer on the file.
-    const int fd = endpoint->fd.exchange(-1, std::memory_order_relaxed);
+    // The field is cleared first: from here on no other thread starts a write on the file. One that
+    // has looked before must have come to its write: a file opened after the close gets the number.
+    // It is in the kernel after so long, held by a camera that does not read.
+    const int fd = endpoint->fd.exchange(-1);
+    for (int i = 0; i < kWriterLooks && endpoint->writers.load() != 0; ++i) {
+        usleep(kWriterLookTime);
+    }
     if (fd > 0) {
         close(fd);
     }
-    std::free(endpoint->name);
-    endpoint->name = nullptr;
+    std::free(endpoint->name.exchange(nullptr, std::memory_order_relaxed));
 }
 
 UsbGadgetHandle* usb_gadget_open(const UsbGadgetDeviceConfig* config) {
@@ -246,8 +254,13 @@ UsbGadgetEndpoint* usb_gadget_endpoint(UsbGadgetHandle* handle, int number) {
 
 ssize_t usb_gadget_endpoint_write(UsbGadgetEndpoint* endpoint, const void* buffer,
                                   std::size_t length, int /*timeout_ms*/) {
+    // Counted before the look at the file. Both are sequentially consistent with the close, which
+    // takes the file away before it looks at the count: one of the two sees the other.
+    endpoint->writers.fetch_add(1);
     const int fd = transfer_file(endpoint, length, "usb_gadget_endpoint_write");
-    return fd < 0 ? -1 : write(fd, buffer, length);
+    const ssize_t result = fd < 0 ? -1 : write(fd, buffer, length);
+    endpoint->writers.fetch_sub(1);
+    return result;
 }
 
 ssize_t usb_gadget_endpoint_read(UsbGadgetEndpoint* endpoint, void* buffer, std::size_t length,

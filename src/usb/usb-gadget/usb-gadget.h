@@ -45,16 +45,17 @@ struct UsbGadgetHandle;
 
 // One opened gadgetfs file. Written on the event thread, except that the thread that reads closes
 // the endpoints at its end, which the event thread keeps apart from its own work (it waits for a
-// reader that it cancels). Another thread that still sends then sees the fd of -1, or fails in the
-// kernel.
+// reader that it cancels). Another thread that still sends then sees the fd of -1; one that has
+// already seen the file is waited for, unless the camera keeps it, and then fails in the kernel.
 struct UsbGadgetEndpoint {
-    char* name;                       // file name under /dev/gadget, owned; null once closed
+    std::atomic<char*> name;          // file name under /dev/gadget, owned; null once closed
     const UsbDescriptor* full_speed;  // endpoint descriptor, borrowed
     const UsbDescriptor* high_speed;  // likewise; null where there is none
     UsbGadgetEndpoint* previous;      // links of the handle's list
     UsbGadgetEndpoint* next;
     UsbGadgetHandle* handle;
-    std::atomic<int> fd;  // -1 when closed
+    std::atomic<int> fd;       // -1 when closed
+    std::atomic<int> writers;  // threads between their look at fd and the end of their write
 };
 
 enum UsbGadgetEventType : std::uint32_t {

@@ -26,7 +26,7 @@ constexpr std::uint16_t kBufferSize = 10000;
 constexpr std::int64_t kSomeTimeMs = 1700000000123;  // 0xCFE5687B in 32 bits
 
 EventList<std::string> events;
-Bytes last_buffer;  // whole, as it was in the last callback
+EventList<Bytes> buffers;  // whole, as it was in each callback of a datagram
 
 // The record as a callback finds it.
 struct PeerRecord {
@@ -36,12 +36,12 @@ struct PeerRecord {
     std::uint32_t bytes_received;
     bool operator==(const PeerRecord&) const = default;
 };
-std::vector<PeerRecord> records;  // of the plain callbacks and the connected one, as they came
+EventList<PeerRecord> records;  // of the plain callbacks and the connected one, as they came
 
 void note_record() {
     const char* host = app_link.peer_host;
-    records.push_back({app_link.last_receive_ms, host == nullptr ? "none" : host,
-                       app_link.peer_port, app_link.bytes_received});
+    records.add({app_link.last_receive_ms, host == nullptr ? "none" : host, app_link.peer_port,
+                 app_link.bytes_received});
 }
 
 std::string sender(const char* host, std::uint16_t port) {
@@ -65,8 +65,13 @@ void on_connected(const char* host, std::uint16_t port) {
 
 void on_datagram(const std::uint8_t* bytes, std::uint16_t length, const char* host,
                  std::uint16_t port) {
-    last_buffer.assign(bytes, bytes + kBufferSize);
+    buffers.add(Bytes(bytes, bytes + kBufferSize));
     events.add(std::to_string(length) + " from " + sender(host, port));
+}
+
+// Of a datagram whose event has come.
+Bytes last_buffer() {
+    return buffers.wait_for(1).back();
 }
 
 void open_channel(bool clear = true) {
@@ -100,6 +105,7 @@ class AppLinkChannel : public testing::Test {
         app_link.bytes_received = 0;
         events.clear();
         records.clear();
+        buffers.clear();
     }
 
     void TearDown() override { fake_clock_ms = -1; }
@@ -110,6 +116,7 @@ class AppLinkChannel : public testing::Test {
         ASSERT_EQ(events.wait_for(3).size(), 3U);
         events.clear();
         records.clear();
+        buffers.clear();
     }
 };
 
@@ -147,7 +154,7 @@ TEST_F(AppLinkChannel, PeerIsInTheRecordAndItsTimeIsNotWhenItIsFound) {
     ASSERT_TRUE(peer.send({'!', '{', '}'}, channel_port()));
     ASSERT_EQ(events.wait_for(3).size(), 3U);
     const PeerRecord expected = {0, "127.0.0.2", peer.port(), 3};
-    EXPECT_EQ(records, (std::vector<PeerRecord>{expected, expected}));
+    EXPECT_EQ(records.wait_for(2), (std::vector<PeerRecord>{expected, expected}));
 }
 
 TEST_F(AppLinkChannel, PeerIsStillInTheRecordWhenItIsLost) {
@@ -155,7 +162,8 @@ TEST_F(AppLinkChannel, PeerIsStillInTheRecordWhenItIsLost) {
     be_found(peer);
     fake_clock_ms = kSomeTimeMs + 1001;
     app_link_check_presence();
-    EXPECT_EQ(records, (std::vector<PeerRecord>{{0xCFE5687B, "127.0.0.2", peer.port(), 1}}));
+    EXPECT_EQ(records.wait_for(1),
+              (std::vector<PeerRecord>{{0xCFE5687B, "127.0.0.2", peer.port(), 1}}));
     EXPECT_EQ(app_link.peer_host, nullptr);
     EXPECT_EQ(app_link.peer_port, 0);
     EXPECT_EQ(app_link.last_receive_ms, 0U);
@@ -182,7 +190,7 @@ TEST_F(AppLinkChannel, ReceivedDatagramIsFollowedByNulBytes) {
     Bytes expected(kBufferSize, 0);
     expected[0] = '!';
     expected[1] = 'x';
-    EXPECT_EQ(last_buffer, expected);
+    EXPECT_EQ(last_buffer(), expected);
 }
 
 TEST_F(AppLinkChannel, DatagramOfTheBufferSizeFillsIt) {
@@ -190,7 +198,7 @@ TEST_F(AppLinkChannel, DatagramOfTheBufferSizeFillsIt) {
     be_found(peer);
     ASSERT_TRUE(peer.send(numbered_bytes(10000), channel_port()));
     EXPECT_EQ(events.wait_for(1), (Events{"10000 from " + sender("127.0.0.1", peer.port())}));
-    EXPECT_EQ(last_buffer, numbered_bytes(10000));
+    EXPECT_EQ(last_buffer(), numbered_bytes(10000));
 }
 
 TEST_F(AppLinkChannel, LongerDatagramIsCut) {
@@ -200,7 +208,7 @@ TEST_F(AppLinkChannel, LongerDatagramIsCut) {
         events.clear();
         ASSERT_TRUE(peer.send(numbered_bytes(length), channel_port()));
         EXPECT_EQ(events.wait_for(1), (Events{"10000 from " + sender("127.0.0.1", peer.port())}));
-        EXPECT_EQ(last_buffer, numbered_bytes(10000));
+        EXPECT_EQ(last_buffer(), numbered_bytes(10000));
     }
 }
 
@@ -423,8 +431,9 @@ TEST(AppLinkDeathTest, WithoutClearingTheOldBytesStay) {
         events.wait_for(1);
         peer.send({9}, channel_port());
         events.wait_for(2);
-        last_buffer.resize(4);
-        _exit(last_buffer == Bytes{9, 2, 3, 0} ? 0 : 1);
+        Bytes bytes = last_buffer();
+        bytes.resize(4);
+        _exit(bytes == Bytes{9, 2, 3, 0} ? 0 : 1);
     };
     EXPECT_EXIT(receive_two(), ExitedWithCode(0), Eq(""));
 }

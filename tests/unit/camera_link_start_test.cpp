@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <string>
@@ -24,6 +25,7 @@ int gadget_start() {
 }
 
 void* usb_watchdog_thread(void* unused) {
+    pthread_detach(pthread_self());  // nobody waits for a watchdog, which has no end
     calls.add(unused == nullptr ? "watchdog" : "watchdog with an argument");
     return nullptr;
 }

@@ -107,8 +107,9 @@ class FakeBus {
             }
             libusb_transfer* const transfer = cancelled_.front();
             cancelled_.erase(cancelled_.begin());
-            const Bytes fill = transfer->endpoint == kUsbHostInEndpoint ? fill_ : Bytes{};
+            // One that has ended meanwhile may be gone.
             if (std::ranges::count(under_way_, transfer) != 0) {
+                const Bytes fill = transfer->endpoint == kUsbHostInEndpoint ? fill_ : Bytes{};
                 lock.unlock();
                 std::copy(fill.begin(), fill.end(), transfer->buffer);
                 end(transfer, LIBUSB_TRANSFER_CANCELLED, static_cast<int>(fill.size()));

@@ -4,15 +4,17 @@
 
 std::atomic<unsigned long> allocation_count{0};
 
-#if !defined(__SANITIZE_ADDRESS__) && defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define __SANITIZE_ADDRESS__ 1
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SANITIZER_HAS_THE_ALLOCATOR 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SANITIZER_HAS_THE_ALLOCATOR 1
 #endif
 #endif
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(SANITIZER_HAS_THE_ALLOCATOR)
 
-// The sanitizer's own allocator cannot be replaced; it calls back.
+// A sanitizer's own allocator cannot be replaced; it calls back.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(
     void (*on_malloc)(const volatile void* block, std::size_t size),
     void (*on_free)(const volatile void* block));

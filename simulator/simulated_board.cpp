@@ -106,10 +106,10 @@ std::string SimulatedBoard::path(const std::string& place) const {
 std::vector<std::string> SimulatedBoard::environment() const {
     std::string preload = library_path();
     std::vector<std::string> variables;
-    // A receiver with the address sanitizer wants its runtime first, although this library stands
-    // before libc too; and it must meet its own mistakes, not a handler of the process.
-    if (std::strlen(ASAN_RUNTIME) > 0) {
-        preload = std::string(ASAN_RUNTIME) + ":" + preload;
+    // A receiver with a sanitizer wants its runtime first, although this library stands before libc
+    // too; and it must meet its own mistakes, not a handler of the process.
+    if (std::strlen(SANITIZER_RUNTIME) > 0) {
+        preload = std::string(SANITIZER_RUNTIME) + ":" + preload;
         const std::string given = variable("ASAN_OPTIONS");
         variables.push_back("ASAN_OPTIONS=" + given + (given.empty() ? "" : ":") +
                             "verify_asan_link_order=0");

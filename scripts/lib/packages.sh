@@ -27,12 +27,14 @@ need_packages() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# What the program is built from, what the tests need on top, and what only the checks use.
+# What the program is built from, what the tests need on top (a network of their own among it), and what only the checks use.
 build_packages=(g++ cmake ninja-build pkg-config libcjson-dev libinih-dev
                 libusb-1.0-0-dev)
 video_packages=(ffmpeg)
-test_packages=(libgtest-dev libgmock-dev libbenchmark-dev)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev iproute2)
 lint_packages=(clang clang-format clang-tidy shellcheck)
+# The fuzzers: the library, what reads their coverage, and the clips that their first inputs are cut from.
+fuzz_packages=(clang libclang-rt-14-dev llvm)
 # The cross builds: the compilers, and what runs their tests here; the sysroot's own list is of their
 # architecture.
 cross_packages=(g++-aarch64-linux-gnu g++-arm-linux-gnueabihf mmdebstrap qemu-user-static)
@@ -40,3 +42,5 @@ sysroot_packages=(libc6-dev libcjson-dev libinih-dev libusb-1.0-0-dev libgtest-d
                   libbenchmark-dev)
 # The virtual board: its root is unpacked, its kernel is emulated.
 board_packages=(mmdebstrap kmod libarchive-tools device-tree-compiler qemu-system-arm qemu-user-static)
+# The soak's plot.
+soak_packages=(gnuplot-nox)

@@ -14,12 +14,14 @@
 #include "control/app_command_dispatch.h"
 #include "control/rc_settings.h"
 #include "fuzz/camera_end.h"
+#include "fuzz/focus_limits.h"
 #include "fuzz/fuzz_check.h"
 #include "fuzz/input.h"
 #include "fuzz/log.h"
 #include "fuzz/own_places.h"
 #include "protocol/camera_packet.h"
 #include "protocol/camera_state.h"
+#include "tests/wrapped_calls.h"
 
 namespace {
 
@@ -27,20 +29,6 @@ constexpr std::uint8_t kDivider = 0x1E;
 constexpr std::size_t kLongestDatagram = 10000;  // the channel's buffer
 
 std::string written;  // to standard error, past its stream
-
-struct Limits {
-    std::int32_t least, most;
-    bool operator==(const Limits&) const = default;
-};
-
-Limits limits() {
-    return {focus_config_get()->mf_min, focus_config_get()->mf_max};
-}
-
-void set_limits(Limits to) {
-    focus_config_get()->mf_min = to.least;
-    focus_config_get()->mf_max = to.most;
-}
 
 // What was saved is what the next start loads, and the partition is mounted as it was.
 void check_saved_limits(const std::vector<std::string>& commands) {
@@ -99,8 +87,6 @@ void dispatch(const Bytes& bytes) {
 }  // namespace
 
 extern "C" {
-ssize_t __real_write(int fd, const void* bytes, std::size_t length);
-ssize_t __wrap_write(int fd, const void* bytes, std::size_t length);
 int LLVMFuzzerInitialize(int* argument_count, char*** arguments);
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 }

@@ -25,6 +25,7 @@
 #include "protocol/camera_state.h"
 #include "protocol/little_endian.h"
 #include "simulator/camera_stream.h"
+#include "tests/wrapped_calls.h"
 #include "usb/usb_link_state.h"
 #include "usb/usb_reader.h"
 #include "video/frame_buffers.h"
@@ -241,15 +242,11 @@ void send_first_video() {
 }  // namespace
 
 extern "C" {
-ssize_t __real_read(int fd, void* buffer, std::size_t size);
-ssize_t __wrap_read(int fd, void* buffer, std::size_t size);
 ssize_t __wrap_read(int fd, void* buffer, std::size_t size) {
     return fd == kStreamFile ? next_packet(static_cast<std::uint8_t*>(buffer), size)
                              : __real_read(fd, buffer, size);
 }
 
-int __wrap_close(int fd);
-int __real_close(int fd);
 int __wrap_close(int fd) {
     return fd == kStreamFile ? 0 : __real_close(fd);
 }

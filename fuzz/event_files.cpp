@@ -14,6 +14,7 @@
 #include <string>
 
 #include "fuzz/fuzz_check.h"
+#include "tests/wrapped_calls.h"
 
 namespace {
 
@@ -129,26 +130,6 @@ void event_files_check_answered() {
 }
 
 extern "C" {
-int __real_open(const char* path, int flags, ...);
-int __real_close(int fd);
-ssize_t __real_read(int fd, void* buffer, std::size_t size);
-ssize_t __real_write(int fd, const void* bytes, std::size_t length);
-int __real_fcntl(int fd, int operation, ...);
-DIR* __real_opendir(const char* path);
-dirent* __real_readdir(DIR* directory);
-int __real_closedir(DIR* directory);
-
-int __wrap_open(const char* path, int flags, ...);
-int __wrap_close(int fd);
-ssize_t __wrap_read(int fd, void* buffer, std::size_t size);
-ssize_t __wrap_write(int fd, const void* bytes, std::size_t length);
-int __wrap_ioctl(int fd, unsigned long request, ...);
-int __wrap_fcntl(int fd, int operation, ...);
-int __wrap_poll(pollfd* fds, nfds_t count, int timeout);
-DIR* __wrap_opendir(const char* path);
-dirent* __wrap_readdir(DIR* directory);
-int __wrap_closedir(DIR* directory);
-
 int __wrap_open(const char* path, int flags, ...) {
     constexpr std::string_view kDirectory = "/dev/gadget/";
     if (!std::string_view(path).starts_with(kDirectory)) {

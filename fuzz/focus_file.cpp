@@ -9,27 +9,13 @@
 
 #include "app/focus_config.h"
 #include "app/system_paths.h"
+#include "fuzz/focus_limits.h"
 #include "fuzz/fuzz_check.h"
 #include "fuzz/input.h"
 #include "fuzz/log.h"
 #include "fuzz/own_places.h"
 
 namespace {
-
-struct Limits {
-    std::int32_t least = 0;
-    std::int32_t most = 0;
-    bool operator==(const Limits&) const = default;
-};
-
-Limits limits() {
-    return {focus_config_get()->mf_min, focus_config_get()->mf_max};
-}
-
-void set_limits(Limits to) {
-    focus_config_get()->mf_min = to.least;
-    focus_config_get()->mf_max = to.most;
-}
 
 Limits load() {
     // What was there before has no part in it.

@@ -28,6 +28,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/wrapped_calls.h"
 #include "usb/usb-gadget/usb-gadget.h"
 
 using Bytes = std::vector<std::uint8_t>;
@@ -110,24 +111,6 @@ inline ssize_t fake_read_result(int fd, ssize_t result) {
 }
 
 extern "C" {
-int __real_open(const char* path, int flags, ...);
-int __real_close(int fd);
-ssize_t __real_read(int fd, void* buffer, std::size_t size);
-ssize_t __real_write(int fd, const void* bytes, std::size_t length);
-int __real_ioctl(int fd, unsigned long request, ...);
-DIR* __real_opendir(const char* path);
-dirent* __real_readdir(DIR* directory);
-int __real_closedir(DIR* directory);
-
-int __wrap_open(const char* path, int flags, ...);
-int __wrap_close(int fd);
-ssize_t __wrap_read(int fd, void* buffer, std::size_t size);
-ssize_t __wrap_write(int fd, const void* bytes, std::size_t length);
-int __wrap_ioctl(int fd, unsigned long request, ...);
-DIR* __wrap_opendir(const char* path);
-dirent* __wrap_readdir(DIR* directory);
-int __wrap_closedir(DIR* directory);
-
 int __wrap_open(const char* path, int flags, ...) {
     const std::string prefix = "/dev/gadget/";
     if (std::strncmp(path, prefix.c_str(), prefix.size()) != 0) {

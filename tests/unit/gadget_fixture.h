@@ -75,10 +75,6 @@ void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
 }
 
 extern "C" {
-int __real_poll(pollfd* files, nfds_t count, int timeout);
-int __wrap_poll(pollfd* files, nfds_t count, int timeout);
-int __real_fcntl(int fd, int operation, ...);
-int __wrap_fcntl(int fd, int operation, ...);
 int __wrap_system(const char* command);
 int __wrap_usleep(useconds_t time);
 int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);

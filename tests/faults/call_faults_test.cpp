@@ -56,6 +56,7 @@ constexpr CallError kCallErrors[] = {
     {kPrint, EIO},             {kWriteLog, EIO},       {kOpenDirectory, ENOENT},
     {kReadDirectory, EBADF},   {kSocket, EMFILE},      {kBind, EADDRINUSE},
     {kSocketOption, ENOMEM},   {kFcntl, EBADF},        {kSystem, EAGAIN},
+    {kReadLine, EIO},          {kClose, EIO},
     {kUnlink, EROFS},          {kSleep, EINTR},        {kReceiveFromApp, ENOMEM},
     {kReceiveFromBridge, ENOMEM}, {kSendTo, ENETUNREACH},
 };

@@ -50,11 +50,21 @@ void start_work(LiveReceiver& receiver) {
     }
 }
 
+// Puts the clock so that its low 32 bits have this value in so many milliseconds.
+std::int64_t offset_to(std::int64_t value, std::int64_t in_ms) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return value - in_ms - (now.tv_sec * 1000 + now.tv_nsec / 1000000) % kWrap;
+}
+
+// A clock whose low 32 bits are small: 25 days forwards do not bring it across the wrap, 24 days
+// backwards do.
 std::string step_in_silence(std::int64_t ms) {
     LiveReceiver receiver;
+    receiver.record().clock_offset_ms = offset_to(kDay, 0);
     start_work(receiver);
     receiver.silence_camera(true);
-    receiver.record().clock_offset_ms = ms;
+    receiver.record().clock_offset_ms += ms;
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));  // both watches look
     receiver.silence_camera(false);
     return receiver.outcome_from_now();
@@ -124,13 +134,6 @@ TEST_F(Clock, StepForwardsWhileDataFlowsNeverHangs) {
     for (const std::string& outcome : run_isolated(jobs)) {
         EXPECT_TRUE(outcome == "carries on" || outcome == kTimedOut) << outcome;
     }
-}
-
-// Puts the clock so that its low 32 bits have this value in so many milliseconds.
-std::int64_t offset_to(std::int64_t value, std::int64_t in_ms) {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return value - in_ms - (now.tv_sec * 1000 + now.tv_nsec / 1000000) % kWrap;
 }
 
 std::string work_across(std::int64_t value) {

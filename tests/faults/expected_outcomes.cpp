@@ -32,8 +32,10 @@ constexpr Expectation kExpectations[] = {
     {kFtruncate,     1, 2, kFail, NO_BUFFER},
     {kFtruncate,     kEachCall, kLast, kFail, NO_BUFFER},
     {kMmap,          1, 2, kFail, NO_BUFFER},
+    {kMmap,          kEachCall, kLast, kFail, NO_BUFFER},
     // Threads, in the order of their start.
-    {kPthreadCreate, 2, 2, kFail, "carries on, no commands, no saving"},
+    {kPthreadCreate, 1, 1, kFail, "carries on, no remote control"},
+    {kPthreadCreate, 2, 2, kFail, "carries on, no commands, no saving, no remote control"},
     {kPthreadCreate, 3, 3, kFail, "carries on, no reports"},
     {kPthreadCreate, 4, 4, kFail, "carries on, no bridge"},
     {kPthreadCreate, 5, 5, kFail, SILENCE},
@@ -49,10 +51,14 @@ constexpr Expectation kExpectations[] = {
     // A full disk that stays full.
     {kWriteFile,     kEachCall, kLast, kFail, "carries on, no saving, focus file empty"},
     {kFclose,        kEachCall, kLast, kFail, "carries on, no saving, focus file empty"},
+    // Nobody hears of a look at the camera's silence that cannot be printed.
+    {kPrint,         kEachCall, kLast, kFail, "carries on, no supervision"},
     // Sockets: the main application's, then the bridge's.
     {kSocket,        1, 1, kFail, "ends 1: Failed"},
+    {kSocket,        kEachCall, kLast, kFail, "ends 1: Failed"},
     {kSocket,        2, 2, kFail, "carries on, no bridge"},
     {kBind,          1, 1, kFail, "ends 1: Failed"},
+    {kBind,          kEachCall, kLast, kFail, "ends 1: Failed"},
     {kBind,          2, 2, kFail, "carries on, no bridge"},
     {kReceiveFromApp,    1, kLast, kFail, "ends 3: UDP read failed"},
     {kReceiveFromBridge, kEachCall, kLast, kFail, "carries on, no bridge"},
@@ -64,6 +70,7 @@ constexpr Expectation kExpectations[] = {
     {kAcknowledge,   1, kLast, kFail, SILENCE},
     // The device, and the files of the endpoints. A host whose request is refused gives up.
     {kOpenDirectory, 1, 1, kFail, NO_GADGET},
+    {kOpenDirectory, kEachCall, kLast, kFail, NO_GADGET},
     {kOpenDirectory, 2, 3, kFail, SILENCE},
     {kReadDirectory, 1, kLast, kFail, "carries on | " NO_GADGET " | " SILENCE},
     {kOpenControl,   1, kLast, kFail, NO_GADGET},
@@ -74,7 +81,7 @@ constexpr Expectation kExpectations[] = {
     {kWriteRecord,   1, kLast, kFail, SILENCE},
     {kPollControl,   1, kLast, kFail, LINK_END},
     {kReadOut,       1, kLast, kFail, LINK_END},
-    {kWriteIn,       kEachCall, kLast, kFail, "carries on, no commands, no bridge"},
+    {kWriteIn,       kEachCall, kLast, kFail, "carries on, no commands, no bridge, no remote control"},
     // Short transfers. The kernel takes no part of a description or of a record; a part of an event is
     // none.
     {kReceiveFromApp, 1, kLast, kNothing, "ends 3: UDP read failed"},

@@ -50,6 +50,25 @@ Result injected_call(FaultCall call, Result failed, Real real) {
     return result;
 }
 
+// The same for a call that lets go of what it was given even where it fails: it is made in any
+// case, after `discard` where it is to fail.
+template <typename Real, typename Discard>
+int injected_release(FaultCall call, Real real, Discard discard) {
+    bool made = false;
+    const int result = injected_call(call, -1, [&] {
+        made = true;
+        return real();
+    });
+    if (!made) {
+        const InsideCall inside;
+        const int error = errno;
+        discard();
+        real();
+        errno = error;
+    }
+    return result;
+}
+
 // The same for transfers: real(n) moves at most n of the bytes.
 template <typename Result, typename Real>
 Result injected_transfer(FaultCall call, std::size_t size, Real real) {

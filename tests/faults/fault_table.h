@@ -20,14 +20,14 @@ std::string plan_text(const FaultPlan& plan);
 // NAME.txt in the folder that FAULT_TABLE names; without one, nowhere.
 std::string fault_table_path(const std::string& name);
 
-// How often a receiver without a fault makes each call from its start until it is at work: taken
-// from the table "calls", else from a run.
+// How often a receiver without a fault makes each call from its start until it is at work, at
+// least: taken from the table "calls", else from some runs.
 using CallCounts = std::vector<unsigned>;
 CallCounts call_counts();
 CallCounts count_calls();
 
 // The numbers of the calls to be failed, one at a time: all of them with FAULT_CALLS=all, else the
-// first forty and, of more, one in so many.
+// first sixty and, of more, one in so many.
 std::vector<std::uint32_t> numbers_to_fail(unsigned count);
 
 // Runs them all, each receiver in namespaces of its own, and expects of each the outcome that the

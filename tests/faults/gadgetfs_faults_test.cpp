@@ -72,18 +72,14 @@ TEST_F(Interrupted, EachCallOnce) {
     expect_outcomes("interrupted_once", plans);
 }
 
+// Memory and threads are not had by calls that a signal could interrupt.
 TEST_F(Interrupted, EachCallOfAKind) {
-    constexpr FaultCall kCalls[] = {
-        kOpenControl, kReadEvents,   kAcknowledge,    kWriteControl,
-        kPollControl, kOpenEndpoint, kWriteRecord,    kIoctlEndpoint,
-        kReadOut,     kWriteIn,      kReceiveFromApp, kReceiveFromBridge,
-        kSendTo,      kShmOpen,      kFtruncate,      kFopen,
-        kFread,       kWriteFile,    kFclose,         kWriteLog,
-        kPrint,       kSystem,
-    };
     std::vector<FaultPlan> plans;
-    for (const FaultCall call : kCalls) {
-        plans.push_back({call, kEachCall, FaultAction::kFail, EINTR});
+    for (std::uint32_t kind = 0; kind < kFaultCalls; ++kind) {
+        const auto call = static_cast<FaultCall>(kind);
+        if (call != kPthreadCreate && call != kMutexInit && call != kMalloc) {
+            plans.push_back({call, kEachCall, FaultAction::kFail, EINTR});
+        }
     }
     expect_outcomes("interrupted_each", plans);
 }

@@ -90,8 +90,8 @@ int open(const char* path, int flags, ...) {
 int close(int fd) {
     static const auto next = real_function<int (*)(int)>("close");
     set_place(fd, OpenPlace::kOther);
-    const InsideCall inside;
-    return next(fd);
+    return injected_release(
+        kClose, [=] { return next(fd); }, [] {});
 }
 
 ssize_t read(int fd, void* buffer, std::size_t size) {

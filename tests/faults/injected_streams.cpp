@@ -24,14 +24,12 @@ FaultCall receiving(int fd) {
     return ntohs(local.sin_port) == 6000 ? kReceiveFromBridge : kReceiveFromApp;
 }
 
-constexpr int kNotClosed = EOF - 1;
-
 using Receive = ssize_t (*)(int, void*, std::size_t, int, sockaddr*, socklen_t*);
 using Send = ssize_t (*)(int, const void*, std::size_t, int, const sockaddr*, socklen_t);
 
 [[gnu::format(printf, 2, 0)]] int print(FILE* stream, const char* format, va_list arguments) {
     static const auto next = real_function<int (*)(FILE*, const char*, va_list)>("vfprintf");
-    return next(stream, format, arguments);
+    return injected_call(printing(stream), -1, [&] { return next(stream, format, arguments); });
 }
 
 }  // namespace
@@ -55,6 +53,12 @@ std::size_t fread(void* buffer, std::size_t size, std::size_t count, FILE* strea
     return injected_call<std::size_t>(kFread, 0, [=] { return next(buffer, size, count, stream); });
 }
 
+// How the library reads the focus file.
+char* fgets(char* buffer, int size, FILE* stream) {
+    static const auto next = real_function<char* (*)(char*, int, FILE*)>("fgets");
+    return injected_call<char*>(kReadLine, nullptr, [=] { return next(buffer, size, stream); });
+}
+
 std::size_t fwrite(const void* bytes, std::size_t size, std::size_t count, FILE* stream) {
     static const auto next =
         real_function<std::size_t (*)(const void*, std::size_t, std::size_t, FILE*)>("fwrite");
@@ -70,8 +74,7 @@ int fputs(const char* text, FILE* stream) {
 [[gnu::format(printf, 2, 3)]] int fprintf(FILE* stream, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const int count =
-        injected_call(printing(stream), -1, [&] { return print(stream, format, arguments); });
+    const int count = print(stream, format, arguments);
     va_end(arguments);
     return count;
 }
@@ -81,24 +84,16 @@ int fputs(const char* text, FILE* stream) {
 int __fprintf_chk(FILE* stream, int /*flag*/, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const int count =
-        injected_call(printing(stream), -1, [&] { return print(stream, format, arguments); });
+    const int count = print(stream, format, arguments);
     va_end(arguments);
     return count;
 }
 
-// The stream is gone also where closing it fails, and then what it still held is lost.
+// What a stream that cannot be closed still held is lost.
 int fclose(FILE* stream) {
     static const auto next = real_function<int (*)(FILE*)>("fclose");
-    const int result = injected_call(kFclose, kNotClosed, [=] { return next(stream); });
-    if (result != kNotClosed) {
-        return result;
-    }
-    const int error = errno;
-    __fpurge(stream);
-    next(stream);
-    errno = error;
-    return EOF;
+    return injected_release(
+        kFclose, [=] { return next(stream); }, [=] { __fpurge(stream); });
 }
 
 int system(const char* command) {

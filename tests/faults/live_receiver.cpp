@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <stdexcept>
 
 #include "simulator/camera_stream.h"
 #include "tests/e2e/udp_peer.h"
+#include "tests/faults/end_lines.h"
 
 namespace {
 
@@ -32,50 +32,8 @@ constexpr milliseconds kLookPause{50};
 constexpr milliseconds kPicturePause{40};
 constexpr unsigned kPartsSeen = 5;
 constexpr int kFirstLimit = 2000;
-
-// The lines with which the process says why it ends, and the status that goes with each. The first
-// that fits counts: a sanitizer's and an assertion's line stand before the signal's.
-struct End {
-    const char* text;
-    int status;
-    bool whole_line;
-};
-// clang-format off
-constexpr End kEnds[] = {
-    {"ERROR: AddressSanitizer",         -1, false},
-    {"ERROR: LeakSanitizer",            -1, false},
-    {"runtime error",                   -1, false},
-    {"terminate called",                 1, false},
-    {"Assertion",                        1, false},
-    {"signal ",                          1, false},
-    {"Board not supported",              1, true},
-    {"Failed to init telemetry buffer",  2, true},
-    {"Failed",                           1, true},
-    {"Gadget init failed",               1, false},
-    {"USB receiver exit",                1, true},
-    {"Camera connection timeout",        2, true},
-    {"Telemetry receiving timeout",      2, true},
-    {"UDP read failed",                  3, true},
-};
-// clang-format on
-
-constexpr char kProgram[] = "camera-usb-receiver: ";
-
-// The line, without the name of the program before an assertion's.
-std::string end_line(const std::string& output, int status) {
-    for (const End& end : kEnds) {
-        std::istringstream lines(output);
-        for (std::string line; std::getline(lines, line);) {
-            const bool fits =
-                end.whole_line ? line == end.text : line.find(end.text) != std::string::npos;
-            if (fits && (end.status == status || end.status < 0)) {
-                const std::size_t name = line.find(kProgram);
-                return name == std::string::npos ? line : line.substr(name + sizeof kProgram - 1);
-            }
-        }
-    }
-    return "without a word";
-}
+constexpr char kSupervisionLine[] = "delta ";
+constexpr unsigned kNoPresses = ~0U;  // before the first one
 
 // Many receivers share a processor: a host that leaves time for the first look at endpoint zero.
 SimulatedBoardOptions patient_host() {
@@ -118,6 +76,8 @@ std::string Signs::missing() const {
     add(commands, "commands");
     add(bridge, "bridge");
     add(saved, "saving");
+    add(remote, "remote control");
+    add(supervision, "supervision");
     return text;
 }
 
@@ -228,6 +188,24 @@ void LiveReceiver::ask() {
         refused_before_ = camera_->refused();
         UdpPeer().send(kBridgePort, {1, 2, 3});  // no packet of the camera's: it counts as refused
     }
+    if (!signs_.remote && find_channels()) {
+        presses_before_ = camera_->taken("gimbal_selfie");
+        app_.command(R"({"cmd":"set","name":"movement","value":"rel"})");
+        press_ = -press_;
+        channels_->set(kPosition, press_);  // either way is a press, but not the same twice
+    }
+}
+
+// The block is there once the receiver has made it.
+bool LiveReceiver::find_channels() {
+    try {
+        if (!channels_) {
+            channels_.emplace();
+        }
+    } catch (const std::runtime_error&) {
+        return false;
+    }
+    return true;
 }
 
 void LiveReceiver::look() {
@@ -236,6 +214,7 @@ void LiveReceiver::look() {
     }
     signs_.video = parts_ >= kPartsSeen;
     signs_.reports = app_.report(kLookPause).has_value() || signs_.reports;
+    signs_.supervision = process_->count(kSupervisionLine) > supervisions_before_;
     if (!streaming_ || (!signs_.video && !signs_.reports)) {
         return;
     }
@@ -243,6 +222,7 @@ void LiveReceiver::look() {
         signs_.commands = signs_.commands || camera_->taken("iso") > commands_before_;
         signs_.bridge = signs_.bridge || camera_->refused() > refused_before_;
         signs_.saved = signs_.saved || file_text() == focus_text(round_);
+        signs_.remote = signs_.remote || camera_->taken("gimbal_selfie") > presses_before_;
     }
     if (Clock::now() >= next_ask_) {
         ask();
@@ -253,11 +233,13 @@ void LiveReceiver::look() {
 void LiveReceiver::look_anew() {
     signs_ = {};
     parts_ = 0;
+    supervisions_before_ = process_->count(kSupervisionLine);
+    presses_before_ = kNoPresses;
     next_ask_ = {};
 }
 
 std::string LiveReceiver::outcome(bool wait_for_fault) {
-    constexpr Signs kAll{true, true, true, true, true};
+    constexpr Signs kAll{true, true, true, true, true, true, true};
     const bool fault_planned = record_->plan.action != FaultAction::kNone;
     bool fault_seen = !wait_for_fault;
     bool at_work = false;

@@ -15,15 +15,18 @@
 #include "simulator/simulated_camera.h"
 #include "tests/e2e/main_application.h"
 #include "tests/e2e/receiver_process.h"
+#include "tests/e2e/remote_control.h"
 #include "tests/faults/fault_record.h"
 
 // Of what a receiver at work is seen to do.
 struct Signs {
-    bool video = false;     // parts come into the ring
-    bool reports = false;   // text reports reach the main application
-    bool commands = false;  // the camera is told what the main application says
-    bool bridge = false;    // and what comes in on port 6000
-    bool saved = false;     // the focus limits are in the file
+    bool video = false;        // parts come into the ring
+    bool reports = false;      // text reports reach the main application
+    bool commands = false;     // the camera is told what the main application says
+    bool bridge = false;       // and what comes in on port 6000
+    bool saved = false;        // the focus limits are in the file
+    bool remote = false;       // a button of the remote control reaches the camera
+    bool supervision = false;  // the main thread looks how long the camera has been silent
     bool operator==(const Signs&) const = default;
     // What is missing: "no reports, no commands"; empty for none.
     std::string missing() const;
@@ -66,6 +69,7 @@ class LiveReceiver {
     void play_host();
     void stream();
     void ask();
+    bool find_channels();
     void look();
     void look_anew();
     std::string file_text() const;
@@ -86,6 +90,10 @@ class LiveReceiver {
     int round_ = 0;
     unsigned commands_before_ = 0;
     unsigned refused_before_ = 0;
+    unsigned presses_before_ = 0;
+    int supervisions_before_ = 0;
+    std::optional<RemoteControl> channels_;
+    double press_ = 1.0;
     unsigned parts_ = 0;
     Signs signs_;
     std::string output_;

@@ -8,8 +8,7 @@
 
 #include "tests/soak/process_figures.h"
 
-using std::chrono_literals::operator""ms;
-using std::chrono_literals::operator""s;
+using namespace std::chrono_literals;
 
 namespace {
 

@@ -3,10 +3,11 @@ set datafile separator tab
 set terminal pngcairo noenhanced size 1200,1000 font ",10"
 set output ARG2
 set key outside right width 2
-set lmargin 10
-set rmargin 24
+set lmargin 12
+set rmargin 28
 set grid
 set xlabel "minutes"
+set autoscale xfix
 set offsets graph 0, 0, graph 0.1, 0
 minutes(seconds) = seconds / 60
 set multiplot layout 4,1

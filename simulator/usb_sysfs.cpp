@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace {
 
@@ -15,8 +15,11 @@ std::filesystem::path place_of(const std::string& device, const std::string& fil
 }  // namespace
 
 std::string sysfs_bytes(const std::string& device, const std::string& file) {
-    std::ifstream stream(place_of(device, file), std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    const std::ifstream stream(place_of(device, file), std::ios::binary);
+    // Reading fails where the device has left since the file was opened.
+    std::ostringstream bytes;
+    bytes << stream.rdbuf();
+    return bytes.str();
 }
 
 std::string sysfs_line(const std::string& device, const std::string& file) {

@@ -44,6 +44,8 @@ std::string fault_table_path(const std::string& name) {
     return folder.empty() ? "/dev/null" : folder + "/" + name + ".txt";
 }
 
+// Many receivers at once cannot take turns: where a user may make no namespaces, these count as
+// skipped, with the kernel's reason.
 void Isolated::SetUp() {
     if (const std::string refusal = isolation_refusal(); !refusal.empty()) {
         GTEST_SKIP() << refusal;

@@ -1,6 +1,8 @@
 #include "tests/e2e/receiver_process.h"
 
+#include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -77,8 +79,12 @@ ReceiverProcess::ReceiverProcess(const std::vector<std::string>& arguments,
         close(err[0]);
         throw std::runtime_error("cannot start " + program);
     }
-    stdout_thread_ = std::thread(&ReceiverProcess::collect, this, out[0], &stdout_text_);
-    stderr_thread_ = std::thread(&ReceiverProcess::collect, this, err[0], &stderr_text_);
+    fcntl(out[0], F_SETFL, O_NONBLOCK);
+    fcntl(err[0], F_SETFL, O_NONBLOCK);
+    stdout_.fd = out[0];
+    stderr_.fd = err[0];
+    stdout_thread_ = std::thread(&ReceiverProcess::collect, this, &stdout_);
+    stderr_thread_ = std::thread(&ReceiverProcess::collect, this, &stderr_);
 }
 
 ReceiverProcess::~ReceiverProcess() {
@@ -87,6 +93,8 @@ ReceiverProcess::~ReceiverProcess() {
         waitpid(pid_, nullptr, 0);
     }
     join_collectors();
+    close(stdout_.fd);
+    close(stderr_.fd);
 }
 
 // All that it printed is there once both pipes have been read to their ends.
@@ -98,30 +106,46 @@ void ReceiverProcess::join_collectors() {
     }
 }
 
-void ReceiverProcess::collect(int fd, std::string* text) {
+bool ReceiverProcess::take(Printed& printed) {
     char chunk[4096];
-    for (ssize_t n; (n = read(fd, chunk, sizeof chunk)) > 0;) {
+    ssize_t n = 0;
+    while ((n = read(printed.fd, chunk, sizeof chunk)) > 0) {
+        printed.text.append(chunk, static_cast<std::size_t>(n));
+    }
+    return n < 0 && (errno == EAGAIN || errno == EINTR);
+}
+
+void ReceiverProcess::collect(Printed* printed) {
+    for (bool open = true; open;) {
+        pollfd readable = {printed->fd, POLLIN, 0};
+        poll(&readable, 1, -1);
         {
             const std::lock_guard lock(mutex_);
-            text->append(chunk, static_cast<std::size_t>(n));
+            open = take(*printed);
         }
         more_.notify_all();
     }
-    close(fd);
 }
 
 void ReceiverProcess::signal(int number) const {
     kill(pid_, number);
 }
 
-std::string ReceiverProcess::output() const {
+// Read here, as the collector may not have had its turn: what the receiver did after it printed a
+// line can be seen by other ways, such as the ring, before the collector has run.
+std::string ReceiverProcess::text_of(Printed& printed) const {
     const std::lock_guard lock(mutex_);
-    return stderr_text_;
+    take(printed);
+    more_.notify_all();
+    return printed.text;
+}
+
+std::string ReceiverProcess::output() const {
+    return text_of(stderr_);
 }
 
 std::string ReceiverProcess::standard_output() const {
-    const std::lock_guard lock(mutex_);
-    return stdout_text_;
+    return text_of(stdout_);
 }
 
 std::string ReceiverProcess::lines_without_delta() const {
@@ -142,7 +166,7 @@ int ReceiverProcess::count(const std::string& text) const {
 bool ReceiverProcess::wait_for(const std::string& text, std::chrono::milliseconds timeout,
                                int times) const {
     std::unique_lock lock(mutex_);
-    return more_.wait_for(lock, timeout, [&] { return count_in(stderr_text_, text) >= times; });
+    return more_.wait_for(lock, timeout, [&] { return count_in(stderr_.text, text) >= times; });
 }
 
 std::optional<int> ReceiverProcess::wait_exit(std::chrono::milliseconds timeout) {

@@ -27,7 +27,7 @@ class ReceiverProcess {
     pid_t pid() const { return pid_; }
     void signal(int number) const;
 
-    // Everything on standard error so far, and on standard output.
+    // Everything that it has written to standard error by now, and to standard output.
     std::string output() const;
     std::string standard_output() const;
     // The same without the lines that a clock writes: "delta N".
@@ -51,15 +51,22 @@ class ReceiverProcess {
     long status(const std::string& key) const;
 
   private:
+    struct Printed {
+        int fd = -1;  // the pipe's end
+        std::string text;
+    };
     void join_collectors();
-    void collect(int fd, std::string* text);
+    void collect(Printed* printed);
+    std::string text_of(Printed& printed) const;
+    // With the lock: takes what the pipe holds; false at its end.
+    static bool take(Printed& printed);
 
     pid_t pid_ = -1;
     std::optional<int> ended_;
     mutable std::mutex mutex_;
     mutable std::condition_variable more_;
-    std::string stderr_text_;
-    std::string stdout_text_;
+    mutable Printed stderr_;
+    mutable Printed stdout_;
     std::thread stderr_thread_;
     std::thread stdout_thread_;
 };

@@ -233,6 +233,7 @@ TEST_F(Stream, NoiseWithoutAHeaderNeverStopsTheReader) {
         byte = static_cast<std::uint8_t>(random >> 24);
     }
     ASSERT_TRUE(board->bulk_out(noise, 512, 60s));
+    ASSERT_TRUE(board->wait_for_bulk_out_taken(60s)) << receiver->output();
     EXPECT_GE(receiver->count("Wrong packet ") + receiver->count("Buffer overflowed\n"), 1);
     EXPECT_EQ(receiver->wait_exit(0ms), std::nullopt) << receiver->output();
     // Envelopes enough to push out whatever length the noise promised last.

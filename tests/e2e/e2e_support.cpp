@@ -103,6 +103,21 @@ void ReceiverTest::write_file(const std::string& place, const std::string& text)
     out << text;
 }
 
+IdleCamera::IdleCamera(SimulatedBoard& board) {
+    const Bytes filler = video_envelope(filler_chunk());
+    EXPECT_TRUE(board.bulk_out(filler));
+    thread_ = std::thread([this, &board, filler] {
+        while (!stop_ && board.bulk_out(filler)) {
+            std::this_thread::sleep_for(50ms);
+        }
+    });
+}
+
+IdleCamera::~IdleCamera() {
+    stop_ = true;
+    thread_.join();
+}
+
 Bytes clip(const std::string& name) {
     const std::string path = CLIP_DIRECTORY "/" + name;
     std::ifstream in(path, std::ios::binary);

@@ -3,9 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "simulator/camera_stream.h"
@@ -62,6 +64,21 @@ class ReceiverTest : public testing::Test {
 
     std::unique_ptr<SimulatedBoard> board;
     std::unique_ptr<ReceiverProcess> receiver;
+};
+
+// A camera that has nothing to say: its fillers keep the link in use, so that the receiver's
+// time-out does not measure how fast the test is.
+class IdleCamera {
+  public:
+    // The first filler is on its way when it is made.
+    explicit IdleCamera(SimulatedBoard& board);
+    ~IdleCamera();
+    IdleCamera(const IdleCamera&) = delete;
+    IdleCamera& operator=(const IdleCamera&) = delete;
+
+  private:
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
 };
 
 // One of the clips that the encoder made when the tests started.

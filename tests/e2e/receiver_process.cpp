@@ -131,6 +131,26 @@ void ReceiverProcess::signal(int number) const {
     kill(pid_, number);
 }
 
+bool ReceiverProcess::stand_still() {
+    if (ended_) {
+        return false;
+    }
+    kill(pid_, SIGSTOP);
+    int status = 0;
+    if (waitpid(pid_, &status, WUNTRACED) == pid_ && !WIFSTOPPED(status)) {
+        note_end(status);
+    }
+    return !ended_;
+}
+
+void ReceiverProcess::go_on() const {
+    kill(pid_, SIGCONT);
+}
+
+void ReceiverProcess::note_end(int status) {
+    ended_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
 // Read here, as the collector may not have had its turn: what the receiver did after it printed a
 // line can be seen by other ways, such as the ring, before the collector has run.
 std::string ReceiverProcess::text_of(Printed& printed) const {
@@ -174,7 +194,7 @@ std::optional<int> ReceiverProcess::wait_exit(std::chrono::milliseconds timeout)
     while (!ended_) {
         int status = 0;
         if (waitpid(pid_, &status, WNOHANG) == pid_) {
-            ended_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+            note_end(status);
             break;
         }
         if (std::chrono::steady_clock::now() > end) {

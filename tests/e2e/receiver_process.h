@@ -26,6 +26,10 @@ class ReceiverProcess {
 
     pid_t pid() const { return pid_; }
     void signal(int number) const;
+    // Lets no thread of it run until go_on(), for what must happen between two steps of its own.
+    // False if it has ended.
+    bool stand_still();
+    void go_on() const;
 
     // Everything that it has written to standard error by now, and to standard output.
     std::string output() const;
@@ -55,6 +59,7 @@ class ReceiverProcess {
         int fd = -1;  // the pipe's end
         std::string text;
     };
+    void note_end(int status);
     void join_collectors();
     void collect(Printed* printed);
     std::string text_of(Printed& printed) const;

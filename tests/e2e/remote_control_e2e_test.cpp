@@ -32,12 +32,13 @@ class RemoteControlled : public ReceiverTest {
         ASSERT_TRUE(socket);
         app.send_to(socket->port);
         ASSERT_TRUE(board->wait_for_endpoints(5s));
-        camera_sends();
+        camera.emplace(*board);
         remote.emplace();
     }
-    void TearDown() override { EXPECT_EQ(refused_packets(), 0U); }
-    // Some bytes, so that the link is in use and its time-out begins anew.
-    void camera_sends() { ASSERT_TRUE(board->bulk_out(Bytes(3, 0))); }
+    void TearDown() override {
+        camera.reset();
+        EXPECT_EQ(refused_packets(), 0U);
+    }
     void set_movement(const std::string& mode) {
         ASSERT_TRUE(app.command(R"({"cmd":"set","name":"movement","value":")" + mode + "\"}"));
     }
@@ -57,7 +58,28 @@ class RemoteControlled : public ReceiverTest {
         return board->wait_for_bulk_in(board->bulk_in().size() + count - 1, 5s).has_value();
     }
 
+    // A short deflection: the mode is looked for once a second, and from the first packet on it is
+    // known.
+    void wait_until_mode_is_known() {
+        remote->set(kPan, 0.1);
+        ASSERT_TRUE(board->wait_for_bulk_in(0, 5s));
+        remote->set(kPan, 0.0);
+        ASSERT_TRUE(wait_for_stops(3));
+    }
+    // How many packets have come of a receiver that stands still: none is on its way any more.
+    std::size_t packets_at_rest() const {
+        std::size_t packets = board->bulk_in().size();
+        for (int same = 0; same < 5;) {
+            std::this_thread::sleep_for(2ms);
+            const std::size_t seen = board->bulk_in().size();
+            same = seen == packets ? same + 1 : 0;
+            packets = seen;
+        }
+        return packets;
+    }
+
     MainApplication app;
+    std::optional<IdleCamera> camera;
     std::optional<RemoteControl> remote;
 };
 
@@ -93,12 +115,8 @@ TEST_F(RemoteControlled, StickGivesAPosition) {
 }
 
 TEST_F(RemoteControlled, ShellExampleOfTheDocumentation) {
-    // The mode is looked for once a second; from the first packet on it is known.
     set_movement("rel");
-    remote->set(kPan, 0.1);
-    ASSERT_TRUE(board->wait_for_bulk_in(0, 5s));
-    remote->set(kPan, 0.0);
-    ASSERT_TRUE(wait_for_stops(3));
+    ASSERT_NO_FATAL_FAILURE(wait_until_mode_is_known());
     const std::size_t before = board->bulk_in().size();
     ASSERT_EQ(system(page_block("<!-- shell: pan -->").c_str()), 0);
     ASSERT_TRUE(wait_for_stops(6));
@@ -107,38 +125,49 @@ TEST_F(RemoteControlled, ShellExampleOfTheDocumentation) {
               (Bytes{0x04, 0x0C, 0xF4, 0x01, 0x00, 0x00, 0x00, 0x00, 0x90}));
 }
 
-// A packet in each cycle of 20 ms. The bounds leave room for a busy machine, but not for a cycle of
-// another length.
+// A packet in each cycle of 20 ms. The clock is read before the stick moves and after the last
+// packet has come, so that a busy machine can only add to what passes: no run may be shorter, and
+// the shortest is measured against another length of the cycle.
 TEST_F(RemoteControlled, HeldStickSendsFiftyPacketsASecond) {
-    constexpr std::size_t kCycles = 100;
+    constexpr std::size_t kCycles = 50;
+    constexpr auto kAtLeast = kCycles * 20ms;
+    constexpr int kRuns = 8;
     set_movement("rel");
-    remote->set(kPan, 0.1);
-    ASSERT_TRUE(board->wait_for_bulk_in(0, 5s));
-    const auto begin = std::chrono::steady_clock::now();
-    ASSERT_TRUE(board->wait_for_bulk_in(kCycles, 10s));
-    const auto passed = std::chrono::steady_clock::now() - begin;
-    EXPECT_GT(passed, kCycles * 20ms - 100ms);
-    EXPECT_LT(passed, kCycles * 20ms * 2);
+    ASSERT_NO_FATAL_FAILURE(wait_until_mode_is_known());
+    auto shortest = std::chrono::steady_clock::duration::max();
+    for (int run = 1; run <= kRuns && shortest >= kAtLeast * 2; ++run) {
+        const std::size_t before = board->bulk_in().size();
+        const auto begin = std::chrono::steady_clock::now();
+        remote->set(kPan, 0.1);
+        ASSERT_TRUE(board->wait_for_bulk_in(before + kCycles, 20s));
+        shortest = std::min(shortest, std::chrono::steady_clock::now() - begin);
+        EXPECT_GE(shortest, kAtLeast);
+        remote->set(kPan, 0.0);
+        ASSERT_TRUE(wait_for_stops(3 * (run + 1)));
+    }
+    EXPECT_LT(shortest, kAtLeast * 2);
 }
 
-// A held stick sends one packet a cycle: they are the clock by which a button is timed.
+// A held stick sends one packet a cycle: they are the clock by which a button is timed. It moves
+// while the receiver stands still, so that no cycle passes between the count and the button.
 TEST_F(RemoteControlled, ButtonIsTakenWithinOneCycle) {
     set_movement("rel");
     remote->set(kPan, 0.1);
     ASSERT_TRUE(board->wait_for_bulk_in(10, 5s));
     for (int press = 0; press < 20; ++press) {
         ASSERT_TRUE(wait_for_more(2));
-        const std::size_t before = board->bulk_in().size();
+        ASSERT_TRUE(receiver->stand_still()) << receiver->output();
+        const std::size_t before = packets_at_rest();
         remote->set(kPosition, press % 2 == 0 ? 1.0 : -1.0);
-        ASSERT_TRUE(wait_for_more(5));
+        receiver->go_on();
+        ASSERT_TRUE(board->wait_for_bulk_in(before + 4, 5s));
         const std::vector<Bytes> packets = board->bulk_in();
         std::size_t at = before;
         while (at < packets.size() && !is_position(packets[at])) {
             ++at;
         }
-        // The cycle that was under way when the button moved, and at most one that had not begun
-        // when the packets were counted.
-        EXPECT_LE(at - before, 2U) << press;
+        // The cycle that was under way when the button moved.
+        EXPECT_LE(at - before, 1U) << press;
         ASSERT_LT(at + 1, packets.size());
         EXPECT_EQ(packets[at][15], 0x10);      // selfie
         EXPECT_EQ(packets[at + 1][15], 0x01);  // then normal

@@ -52,8 +52,8 @@ TEST_F(Link, EveryStartEndsConfigured) {
         start();
         ASSERT_TRUE(board->wait_for_device(10s)) << receiver->output();
         ASSERT_TRUE(board->configure()) << "start " << start_number;
-        ASSERT_TRUE(receiver->wait_for("USB connected\n", 2s)) << "start " << start_number;
-        ASSERT_TRUE(board->wait_for_endpoints(1s)) << "start " << start_number;
+        ASSERT_TRUE(receiver->wait_for("USB connected\n", 5s)) << "start " << start_number;
+        ASSERT_TRUE(board->wait_for_endpoints(5s)) << "start " << start_number;
         ASSERT_EQ(receiver->count("USB connected\n"), 1) << "start " << start_number;
     }
 }
@@ -194,8 +194,9 @@ TEST_F(Link, DeconfiguredDeviceEndsItWhenTheReaderWakes) {
 // waits for data that the camera does not send, and the supervision ends the process.
 TEST_F(Link, NewConfigurationOverAReaderThatWaitsEndsInSilence) {
     start_configured();
-    // The reader is in its read once its first second is over.
-    std::this_thread::sleep_for(1200ms);
+    // The reader is in its read once its first second is over. Another one for a busy machine, and
+    // as much is left until the receiver gives up.
+    std::this_thread::sleep_for(2000ms);
     EXPECT_EQ(board->control({0x00, 9, 0, 0, 0}).status, ControlStatus::kAcknowledged);
     EXPECT_EQ(board->control({0x00, 9, 2, 0, 0}, {}, 1500ms).status, ControlStatus::kTimedOut);
     EXPECT_EQ(receiver->wait_exit(10s), 2) << receiver->output();

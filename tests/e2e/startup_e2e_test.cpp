@@ -43,22 +43,34 @@ TEST_F(StartUp, SilentCameraEndsWithStatus2AfterTheseLines) {
                                         "mount -t gadgetfs none /dev/gadget"}));
 }
 
+// A pause of the machine makes a step longer, never shorter: one start of some without a pause
+// shows how long they are.
 TEST_F(StartUp, DeltaGrowsByASecondEachSecondFromNearZero) {
-    start();
-    ASSERT_TRUE(receiver->wait_exit(15s).has_value());
-    std::vector<int> deltas;
-    std::istringstream lines(receiver->output());
-    for (std::string line; std::getline(lines, line);) {
-        if (line.starts_with("delta ")) {
-            deltas.push_back(std::stoi(line.substr(6)));
+    constexpr int kStarts = 4;
+    std::string printed;
+    for (int start_number = 1; start_number <= kStarts; ++start_number) {
+        start();
+        ASSERT_TRUE(receiver->wait_exit(30s).has_value());
+        printed = receiver->output();
+        std::vector<int> deltas;
+        std::istringstream lines(printed);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.starts_with("delta ")) {
+                deltas.push_back(std::stoi(line.substr(6)));
+            }
+        }
+        // 0, 1000, ... 5000: the pass at five seconds may fall on either side of the limit.
+        bool near = deltas.size() >= 5 && deltas.size() <= 7;
+        for (std::size_t i = 0; i < deltas.size(); ++i) {
+            const int expected = static_cast<int>(i) * 1000;
+            EXPECT_GT(deltas[i], expected - 500) << i;
+            near = near && deltas[i] < expected + 500;
+        }
+        if (near) {
+            return;
         }
     }
-    // 0, 1000, ... 5000: the pass at five seconds may fall on either side of the limit.
-    ASSERT_GE(deltas.size(), 5U);
-    ASSERT_LE(deltas.size(), 7U);
-    for (std::size_t i = 0; i < deltas.size(); ++i) {
-        EXPECT_NEAR(deltas[i], static_cast<int>(i) * 1000, 500) << i;
-    }
+    FAIL() << printed;
 }
 
 TEST_F(StartUp, VerboseAddsItsMessages) {

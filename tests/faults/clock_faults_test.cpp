@@ -73,7 +73,10 @@ std::string step_in_silence(std::int64_t ms) {
 std::string step_before_the_camera(std::int64_t ms) {
     LiveReceiver receiver;
     receiver.start();
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    // From there on it counts the silence; the host configures it 0.75 s later.
+    if (!receiver.wait_for("Gadget init done\n")) {
+        return "without a device";
+    }
     receiver.record().clock_offset_ms = ms;
     return receiver.outcome();
 }

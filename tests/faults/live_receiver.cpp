@@ -273,6 +273,10 @@ std::string LiveReceiver::outcome(bool wait_for_fault) {
     return "carries on" + (missing.empty() ? "" : ", " + missing) + focus_file_remark();
 }
 
+bool LiveReceiver::wait_for(const std::string& line) const {
+    return process_->wait_for(line, kTimeToShow);
+}
+
 std::optional<int> LiveReceiver::wait_exit() {
     return process_->wait_exit(kTimeToShow);
 }

@@ -48,6 +48,8 @@ class LiveReceiver {
     void write_old_focus_file() const;
     // The program; with a redirection as the shell has it.
     void start(const std::string& redirection = "");
+    // Waits until it has printed that.
+    bool wait_for(const std::string& line) const;
     // Whether it works, or how it has ended, seen from the fault on, else from this call on:
     //   carries on
     //   carries on, no reports

@@ -49,9 +49,13 @@ void ReceiverTest::start(const std::vector<std::string>& arguments, SimulatedBoa
     start_on_board(arguments);
 }
 
+bool ReceiverTest::wait_for_device() {
+    return board->wait_for_device(10s) && receiver->wait_for("Gadget init done\n", 10s);
+}
+
 void ReceiverTest::start_configured(const std::vector<std::string>& arguments) {
     start(arguments);
-    ASSERT_TRUE(board->wait_for_device(10s)) << receiver->output();
+    ASSERT_TRUE(wait_for_device()) << receiver->output();
     ASSERT_TRUE(board->configure()) << receiver->output();
     ASSERT_TRUE(receiver->wait_for("USB connected\n", 5s)) << receiver->output();
 }

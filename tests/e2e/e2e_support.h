@@ -48,6 +48,10 @@ class ReceiverTest : public testing::Test {
     // The same for tests that put something into the board's directory before the start.
     SimulatedBoard& make_board(SimulatedBoardOptions options = {});
     void start_on_board(const std::vector<std::string>& arguments = {});
+    // Waits until the device is there and the receiver has looked for events, which it does before
+    // it says that it is ready: from then on the kernel leaves control requests to it. A host that
+    // asks earlier, which takes a receiver that is kept from the processor, is not heard.
+    bool wait_for_device();
     // Starts it and takes it to where the reader thread takes bulk data.
     void start_configured(const std::vector<std::string>& arguments = {});
 

@@ -13,7 +13,7 @@ using Link = ReceiverTest;
 
 TEST_F(Link, DeviceDescriptionIsWrittenByteForByte) {
     start();
-    ASSERT_TRUE(board->wait_for_device(10s)) << receiver->output();
+    ASSERT_TRUE(wait_for_device()) << receiver->output();
     EXPECT_EQ(board->device_description(),
               (Bytes{
                   0x00, 0x00, 0x00, 0x00,                                // tag
@@ -32,7 +32,7 @@ TEST_F(Link, DeviceDescriptionIsWrittenByteForByte) {
 
 TEST_F(Link, LinuxHostEnumeratesIt) {
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     ASSERT_TRUE(board->enumerate()) << receiver->output();
     EXPECT_TRUE(receiver->wait_for("USB connected\n", 5s));
     EXPECT_EQ(receiver->count("USB connected\n"), 1);
@@ -50,9 +50,10 @@ TEST_F(Link, LinuxHostEnumeratesIt) {
 TEST_F(Link, EveryStartEndsConfigured) {
     for (int start_number = 1; start_number <= 20; ++start_number) {
         start();
-        ASSERT_TRUE(board->wait_for_device(10s)) << receiver->output();
+        ASSERT_TRUE(wait_for_device()) << receiver->output();
         ASSERT_TRUE(board->configure()) << "start " << start_number;
-        ASSERT_TRUE(receiver->wait_for("USB connected\n", 5s)) << "start " << start_number;
+        ASSERT_TRUE(receiver->wait_for("USB connected\n", 5s))
+            << "start " << start_number << receiver->output();
         ASSERT_TRUE(board->wait_for_endpoints(5s)) << "start " << start_number;
         ASSERT_EQ(receiver->count("USB connected\n"), 1) << "start " << start_number;
     }
@@ -72,7 +73,7 @@ TEST_F(Link, StringsAnswerAsDescribed) {
         {250, {18, 3, 'e', 0, 'c', 0, '2', 0, '1', 0, '0', 0, '1', 0, '3', 0, 'c', 0}},
     };
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     board->connect();
     for (const Case& c : cases) {
         const ControlResult result =
@@ -85,7 +86,7 @@ TEST_F(Link, StringsAnswerAsDescribed) {
 
 TEST_F(Link, SetInterfaceClearsTheHaltsAndLeavesItUsable) {
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     ASSERT_TRUE(board->configure());
     // The reader sleeps its first second: endpoint zero is still serviced.
     EXPECT_EQ(board->control({0x01, 11, 0, 0, 0}).status, ControlStatus::kAcknowledged);
@@ -104,7 +105,7 @@ TEST_F(Link, SetInterfaceClearsTheHaltsAndLeavesItUsable) {
 
 TEST_F(Link, UnknownVendorRequestIsStalled) {
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     board->connect();
     EXPECT_EQ(board->control({0xC0, 51, 0, 0, 2}).status, ControlStatus::kStalled);
     EXPECT_EQ(board->control({0x40, 53, 0, 0, 0}).status, ControlStatus::kStalled);
@@ -127,7 +128,7 @@ TEST_F(Link, RequestsAboutItsStateAreAnsweredAndLeaveItUsable) {
         {"GET_CONFIGURATION", {0x80, 8, 0, 0, 1}, stalled},
     };
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     board->connect();
     for (const Case& c : cases) {
         EXPECT_EQ(board->control_to_process(c.setup), c.expected) << c.name;
@@ -150,7 +151,7 @@ TEST_F(Link, EmptyTransferEndsIt) {
 
 TEST_F(Link, FullSpeedFailsAtTheFirstRead) {
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     ASSERT_TRUE(board->configure(UsbSpeed::kFull));
     expect_link_end("USB connected\nread failed\n");
 }
@@ -184,7 +185,7 @@ TEST_F(Link, DisconnectBeforeDataClosesTheEndpointsAndALaterHostIsServed) {
 
 TEST_F(Link, DeconfiguredDeviceEndsItWhenTheReaderWakes) {
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     ASSERT_TRUE(board->configure());
     EXPECT_EQ(board->control({0x00, 9, 0, 0, 0}).status, ControlStatus::kAcknowledged);
     expect_link_end("USB connected\nread failed\n");
@@ -210,7 +211,7 @@ class ControlFileErrors : public ReceiverTest,
 
 TEST_P(ControlFileErrors, DoNotEndTheLink) {
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     for (const int error : GetParam()) {
         board->inject_control_error(error);
     }
@@ -225,7 +226,7 @@ INSTANTIATE_TEST_SUITE_P(Numbers, ControlFileErrors,
 
 TEST_F(Link, ShortAndUnknownEventsDoNotEndIt) {
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     board->inject_control_read(Bytes(11, 3));     // too short for an event
     board->inject_control_read(Bytes(60, 0xFF));  // five events of an unknown type
     EXPECT_TRUE(board->configure()) << receiver->output();
@@ -234,7 +235,7 @@ TEST_F(Link, ShortAndUnknownEventsDoNotEndIt) {
 
 TEST_F(Link, EventsInAnyOrderAndWithAnyValuesDoNoHarm) {
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     std::uint32_t random = 1;
     const auto next = [&random](std::uint32_t below) {
         random = random * 1664525 + 1013904223;
@@ -291,7 +292,7 @@ TEST_F(Link, BridgePassesDatagramsUnchanged) {
 
 TEST_F(Link, BridgeDropsDatagramsBeforeTheCameraIsThere) {
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     const UdpPeer peer;
     ASSERT_TRUE(peer.send(6000, {1, 2, 3}));
     ASSERT_TRUE(board->configure());
@@ -302,7 +303,7 @@ TEST_F(Link, BridgeDropsDatagramsBeforeTheCameraIsThere) {
 
 TEST_F(Link, FullSpeedPacketsAreOf64Bytes) {
     start();
-    ASSERT_TRUE(board->wait_for_device(10s));
+    ASSERT_TRUE(wait_for_device());
     ASSERT_TRUE(board->configure(UsbSpeed::kFull));
     // In the reader's first second, before its first read ends the link.
     const UdpPeer peer;

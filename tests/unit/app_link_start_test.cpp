@@ -12,7 +12,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "app/focus_config.h"
 #include "app/millisecond_clock.h"
@@ -140,15 +142,22 @@ TEST(AppLinkStart, MainApplicationComesAndGoes) {
     const std::uint16_t port = bound_port(app_link.socket);
     ASSERT_NE(port, 0);
 
-    ASSERT_TRUE(peer.send({'!', '1'}, port));
-    ASSERT_TRUE(wait_for_presence(true));
-    EXPECT_THAT(commands.wait_for(1), testing::ElementsAre("!1 from 127.0.0.1"));
-
-    // The presence is looked at once a second and allows for one of silence.
-    const std::uint32_t last = app_link.last_receive_ms;
-    ASSERT_TRUE(wait_for_presence(false));
-    const std::uint32_t silence = clock_ms() - last;
-    EXPECT_GT(silence, 1000U);
+    // The presence is looked at once a second and allows for one of silence. A pause of the machine
+    // makes it longer, never shorter: one presence of some without a pause shows how long it is.
+    std::string expected = kRemoteControlLine;
+    std::vector<std::string> expected_commands;
+    std::uint32_t silence = UINT32_MAX;
+    for (int presence = 0; presence < 5 && silence >= 3000U; ++presence) {
+        ASSERT_TRUE(peer.send({'!', '1'}, port));
+        ASSERT_TRUE(wait_for_presence(true));
+        expected_commands.emplace_back("!1 from 127.0.0.1");
+        EXPECT_EQ(commands.wait_for(expected_commands.size()), expected_commands);
+        const std::uint32_t last = app_link.last_receive_ms;
+        ASSERT_TRUE(wait_for_presence(false));
+        silence = clock_ms() - last;
+        EXPECT_GT(silence, 1000U);
+        expected += "Main application found\nMain application lost\n";
+    }
     EXPECT_LT(silence, 3000U);  // two seconds, and one for a busy machine
 
     // Reports come with the camera, from the port that commands go to.
@@ -161,11 +170,9 @@ TEST(AppLinkStart, MainApplicationComesAndGoes) {
 
     ASSERT_TRUE(peer.send({'!', '2'}, port));
     ASSERT_TRUE(wait_for_presence(true));
-    EXPECT_THAT(commands.wait_for(2),
-                testing::ElementsAre("!1 from 127.0.0.1", "!2 from 127.0.0.1"));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              std::string(kRemoteControlLine) +
-                  "Main application found\nMain application lost\nMain application found\n");
+    expected_commands.emplace_back("!2 from 127.0.0.1");
+    EXPECT_EQ(commands.wait_for(expected_commands.size()), expected_commands);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), expected + "Main application found\n");
 }
 
 }  // namespace

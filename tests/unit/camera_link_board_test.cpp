@@ -119,7 +119,7 @@ TEST_F(CameraLinkWithoutWatchdog, HostThatConfiguresFirstIsHeard) {
     EXPECT_EQ(usb_link.out_endpoint, nullptr);
     watch();
     EXPECT_TRUE(configured.get());
-    EXPECT_TRUE(board_.wait_for_endpoints(Milliseconds(1000)));
+    EXPECT_TRUE(board_.wait_for_endpoints(kSoon));
 }
 
 TEST_F(CameraLinkOnBoard, BytesOfTheCameraReachTheDemultiplexer) {

@@ -8,7 +8,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <future>
+#include <string>
 #include <thread>
 
 #include "simulated_board_fixture.h"
@@ -213,9 +215,27 @@ TEST_F(ConfiguredBoard, BlockedReadIsACancellationPoint) {
     EXPECT_TRUE(reader.cleaned_up);
 }
 
+// Asleep in a few looks, one after the other.
+bool comes_to_sleep(pid_t thread) {
+    const auto deadline = std::chrono::steady_clock::now() + kSoon;
+    int asleep = 0;
+    while (asleep < 5 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(Milliseconds(10));
+        std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/status");
+        std::string key;
+        std::string state;
+        while (file >> key >> state && key != "State:") {
+        }
+        asleep = key == "State:" && state == "S" ? asleep + 1 : 0;
+    }
+    return asleep == 5;
+}
+
 TEST_F(ConfiguredBoard, CloseWhileAReadIsUnderWayKeepsTheFileBusyUntilItReturns) {
     const int fd = out.fd;
-    auto result = std::async(std::launch::async, [fd] {
+    std::promise<pid_t> reader;
+    auto result = std::async(std::launch::async, [fd, &reader] {
+        reader.set_value(gettid());
         // For the thread sanitizer a close under a read is a race over the descriptor. It is one.
         if (__tsan_ignore_thread_begin != nullptr) {
             __tsan_ignore_thread_begin();
@@ -232,8 +252,8 @@ TEST_F(ConfiguredBoard, CloseWhileAReadIsUnderWayKeepsTheFileBusyUntilItReturns)
     });
     ASSERT_TRUE(board.bulk_out(Bytes{1}));
     ASSERT_TRUE(board.wait_for_bulk_out_taken(kSoon));
-    // The second read is entered at once; only a sleep can tell that it waits.
-    std::this_thread::sleep_for(Milliseconds(50));
+    // The second read is entered at once; that it waits is seen by the thread's sleep.
+    ASSERT_TRUE(comes_to_sleep(reader.get_future().get()));
     ASSERT_EQ(close(fd), 0);
     out.fd = -1;
     auto opened = std::async(std::launch::async, [] { return open("/dev/gadget/ep2out", O_RDWR); });

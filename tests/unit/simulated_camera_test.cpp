@@ -109,6 +109,18 @@ class SimulatedCameraOnBoard : public testing::Test {
         }
         return true;
     }
+    // How many bytes have come when no more are on their way.
+    std::size_t received_in_all() {
+        std::size_t size = received().size();
+        for (int same = 0; same < 10;) {
+            std::this_thread::sleep_for(Milliseconds(10));
+            const std::size_t seen = received().size();
+            const bool taken = board.wait_for_bulk_out_taken(kSoon);
+            same = taken && seen == size ? same + 1 : 0;
+            size = seen;
+        }
+        return size;
+    }
     // The lengths of all packets that came, in their order.
     std::vector<int> packet_lengths() {
         std::vector<int> lengths;
@@ -168,8 +180,7 @@ TEST_F(SimulatedCameraOnBoard, IsSilentWhenTheLinkEnds) {
     camera.link_begins();
     ASSERT_TRUE(wait_until([this] { return !received().empty(); }));
     camera.link_ends();
-    std::this_thread::sleep_for(Milliseconds(50));
-    const std::size_t size = received().size();
+    const std::size_t size = received_in_all();
     std::this_thread::sleep_for(Milliseconds(150));
     EXPECT_EQ(received().size(), size);
 }
@@ -180,8 +191,7 @@ TEST_F(SimulatedCameraOnBoard, SleepsUntilItIsWoken) {
     ASSERT_TRUE(wait_until([this] { return !received().empty(); }));
     send_to_camera(kSleep);
     ASSERT_TRUE(camera.wait_for("power", "asleep", kSoon));
-    std::this_thread::sleep_for(Milliseconds(50));
-    const std::size_t size = received().size();
+    const std::size_t size = received_in_all();
     std::this_thread::sleep_for(Milliseconds(150));
     EXPECT_EQ(received().size(), size);
     camera.set("power", "on");
@@ -193,7 +203,7 @@ TEST_F(SimulatedCameraOnBoard, NewLinkNumbersItsMessagesFromZero) {
     camera.link_begins();
     ASSERT_TRUE(wait_until([this] { return packet_lengths().size() > 20; }));
     camera.link_ends();
-    std::this_thread::sleep_for(Milliseconds(50));
+    received_in_all();
     const std::size_t old = envelopes().size();
     camera.link_begins();
     ASSERT_TRUE(wait_until([&] { return envelopes().size() > old; }));

@@ -35,6 +35,8 @@ Bytes filler() {
     return video_envelope(payload);
 }
 
+// What is played is made before the receiver starts, which waits five seconds for it: to cut a clip
+// takes seconds of a busy machine.
 class Stream : public ReceiverTest {
   protected:
     // Plays the bytes while another thread follows the ring, as another process would.
@@ -60,10 +62,11 @@ void PrintTo(const Clip& clip, std::ostream* out) {
 class StreamClip : public Stream, public testing::WithParamInterface<Clip> {};
 
 TEST_P(StreamClip, ComesBackBitForBit) {
-    start_configured();
     const Bytes video = clip(GetParam().file);
     const std::vector<Bytes> chunks = video_chunks(video, kChunk);
-    const std::vector<Bytes> parts = play(camera_stream(chunks, 3), chunks.size() + 1);
+    const Bytes stream = camera_stream(chunks, 3);
+    start_configured();
+    const std::vector<Bytes> parts = play(stream, chunks.size() + 1);
 
     ASSERT_EQ(parts.size(), chunks.size() + 1) << receiver->output();
     ASSERT_EQ(parts[0].size(), kPrimingSize);
@@ -97,10 +100,10 @@ INSTANTIATE_TEST_SUITE_P(Resolutions, StreamClip,
 class StreamTransfers : public Stream, public testing::WithParamInterface<std::size_t> {};
 
 TEST_P(StreamTransfers, OfAnySizeGiveTheSameRing) {
-    start_configured();
     const Bytes video = clip("1280x720-5.h264");
     const std::vector<Bytes> chunks =
         video_chunks(Bytes(video.begin(), video.begin() + 60000), 4096);
+    start_configured();
     const std::vector<Bytes> parts = play(camera_stream(chunks, 2), chunks.size() + 1, GetParam());
     ASSERT_EQ(parts.size(), chunks.size() + 1) << receiver->output();
     EXPECT_TRUE(std::equal(chunks.begin(), chunks.end(), parts.begin() + 1));
@@ -109,7 +112,6 @@ TEST_P(StreamTransfers, OfAnySizeGiveTheSameRing) {
 INSTANTIATE_TEST_SUITE_P(Bytes, StreamTransfers, testing::Values(1, 7, 64, 511, 512));
 
 TEST_F(Stream, ThousandPartsWrapAroundTheRing) {
-    start_configured();
     const Bytes video = clip("1920x1080-5.h264");
     std::vector<Bytes> chunks;
     for (std::size_t i = 0; i < 1000; ++i) {
@@ -117,6 +119,7 @@ TEST_F(Stream, ThousandPartsWrapAroundTheRing) {
         chunks.emplace_back(video.begin() + static_cast<std::ptrdiff_t>(at),
                             video.begin() + static_cast<std::ptrdiff_t>(at + 450 + i % 13));
     }
+    start_configured();
     // Paced to a hundred parts at a time, so that the follower is never overrun.
     RingReader ring;
     std::vector<Bytes> parts;
@@ -208,9 +211,9 @@ TEST_F(Stream, OneByteMoreThanTheLargestPayloadOverflows) {
 
 TEST_F(Stream, SignalsEndItUnderLoad) {
     for (const int number : {SIGTERM, SIGINT}) {
-        start_configured();
         const std::vector<Bytes> chunks = video_chunks(clip("1920x1080-5.h264"), kChunk);
         const Bytes stream = camera_stream(chunks, 1);
+        start_configured();
         std::thread camera([&] {
             while (board->bulk_out(stream)) {
             }
@@ -274,12 +277,13 @@ TEST_F(Stream, ParameterSetThatEndsEarlyIsAnAssertionFailure) {
 }
 
 TEST_F(Stream, ResolutionFollowsTheStream) {
-    start_configured();
     const std::vector<Bytes> first = video_chunks(clip("1920x1080-5.h264"), kChunk);
     const std::vector<Bytes> second = video_chunks(clip("3840x2160-5.h264"), kChunk);
     std::vector<Bytes> chunks(first.begin(), first.begin() + 4);
     chunks.insert(chunks.end(), second.begin(), second.begin() + 4);
-    ASSERT_EQ(play(camera_stream(chunks, 1), 9).size(), 9U);
+    const Bytes stream = camera_stream(chunks, 1);
+    start_configured();
+    ASSERT_EQ(play(stream, 9).size(), 9U) << receiver->output();
     const std::string output = receiver->output();
     const std::size_t at_1080 = output.find("resolution changed to 1920x1080\n");
     const std::size_t at_2160 = output.find("resolution changed to 3840x2160\n");

@@ -14,6 +14,17 @@ git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
 step "Shell scripts"
 git grep -lE -e '^#!/.*sh$' -e '^# shellcheck shell=' | xargs shellcheck -x
 
+step "Manual pages"
+mandoc -T lint -W warning man/*
+for page in man/*; do
+    warnings=$(man --warnings -E UTF-8 -l -Tutf8 -Z "$page" 2>&1 >/dev/null)
+    [ -z "$warnings" ] || { echo "$warnings"; exit 1; }
+done
+
+# Each of the service's relaxations costs; more of them than these would be an oversight.
+step "What the service may do"
+systemd-analyze security --offline=true --threshold=40 debian/camera-usb-receiver.service | tail -n 1
+
 # A file and its headers are one; nothing may include itself round a circle of others. tsort names it.
 step "Includes"
 git grep -E '^#include "' -- 'src/*.cpp' 'src/*.h' |

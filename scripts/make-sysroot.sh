@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Makes what the presets arm64 and armhf build against: scripts/make-sysroot.sh arm64|armhf
-# Debian's libraries of that architecture, in build/sysroot; made again when the list changes.
+# Debian's libraries of that architecture, in build/sysroot, with the records of which package each is from; made
+# again when the list changes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=scripts/lib/packages.sh
@@ -11,7 +12,7 @@ cd "$(dirname "$0")/.."
 architecture=${1:-}
 case "$architecture" in
     arm64 | armhf) ;;
-    *) sed -n '2,3s/^# //p' "$0"; exit 2 ;;
+    *) sed -n '2,4s/^# //p' "$0"; exit 2 ;;
 esac
 need_packages mmdebstrap
 
@@ -39,6 +40,27 @@ done
 # An emulated program would otherwise look up its libraries in this system's list.
 mkdir "$fresh/kept/etc"
 : >"$fresh/kept/etc/ld.so.cache"
+
+# Packages of ours that are built against it depend on its packages. Nothing is installed here, so that dpkg has no
+# records; these are what it would have, of each download's newest version.
+records=$fresh/kept/var/lib/dpkg
+mkdir -p "$records/info" "$records/updates"
+echo 1 >"$records/info/format"
+declare -A newest=()
+while IFS= read -r package; do
+    newest[${package%%_*}]=$package
+done < <(cd "build/downloads/$architecture" && printf '%s\n' *.deb | sort -V)
+while IFS= read -r package; do
+    archive=build/downloads/$architecture/$package
+    name=${package%%_*}
+    [ "$(dpkg-deb -f "$archive" Multi-Arch)" != same ] || name+=:$architecture
+    dpkg-deb -f "$archive" | sed '1a Status: install ok installed' >>"$records/status"
+    echo >>"$records/status"
+    dpkg-deb --fsys-tarfile "$archive" | tar -t | sed -e 's|^\.||' -e 's|/$||' -e 's|^$|/.|' >"$records/info/$name.list"
+    for part in symbols shlibs; do
+        dpkg-deb -I "$archive" "$part" >"$records/info/$name.$part" 2>/dev/null || rm "$records/info/$name.$part"
+    done
+done < <(printf '%s\n' "${newest[@]}" | sort)
 echo "$stamp" >"$fresh/kept/stamp"
 rm -rf "$sysroot"
 mv "$fresh/kept" "$sysroot"

@@ -32,7 +32,7 @@ build_packages=(g++ cmake ninja-build pkg-config libcjson-dev libinih-dev
                 libusb-1.0-0-dev)
 video_packages=(ffmpeg)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev iproute2)
-lint_packages=(clang clang-format clang-tidy shellcheck)
+lint_packages=(clang clang-format clang-tidy shellcheck man-db mandoc systemd)
 # The fuzzers: the library, what reads their coverage, and the clips that their first inputs are cut from.
 fuzz_packages=(clang libclang-rt-14-dev llvm)
 # The cross builds: the compilers, and what runs their tests here; the sysroot's own list is of their
@@ -44,3 +44,5 @@ sysroot_packages=(libc6-dev libcjson-dev libinih-dev libusb-1.0-0-dev libgtest-d
 board_packages=(mmdebstrap kmod libarchive-tools device-tree-compiler qemu-system-arm qemu-user-static)
 # The soak's plot.
 soak_packages=(gnuplot-nox)
+# Debian packages of our own, and what checks them.
+package_packages=(debhelper lintian)

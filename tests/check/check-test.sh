@@ -234,6 +234,11 @@ ApplicationOnAnotherPort() {
     echo 'RECEIVER_OPTIONS="-v --dst-port=5001"' | write etc/default/camera-usb-receiver
     expect 0 'note     application: no program takes the reports on UDP port 5001'
 }
+ApplicationOnAPortWithLettersInHex() {
+    echo "RECEIVER_OPTIONS='-s 5003'" | write etc/default/camera-usb-receiver
+    sed -i 's/:1388 /:138B /' "$board/proc/net/udp"
+    expect 0 'ok       application: a program takes the reports on UDP port 5003'
+}
 ApplicationOnAnotherComputerIsHeldBack() {
     echo 'RECEIVER_OPTIONS="-d 192.168.1.5"' | write etc/default/camera-usb-receiver
     expect_problem 'application: the service may not send to 192.168.1.5' 'Other computers'
@@ -260,6 +265,11 @@ BootThatFstabDoesNotKnowIsAProblem() {
 BootThatIsNotMountedIsAProblem() {
     echo '/dev/sda1 /boot vfat ro 0 0' >>"$board/etc/fstab"
     expect_problem 'boot: /boot is in /etc/fstab, but is not mounted' 'sudo mount /boot'
+}
+BootThatIsMountedWhenItIsUsedIsFine() {
+    echo 'systemd-1 /boot autofs rw 0 0' >>"$board/proc/mounts"
+    echo '/dev/sda1 /boot vfat ro,x-systemd.automount 0 0' >>"$board/etc/fstab"
+    expect 0 'ok       boot: '
 }
 BootOnAReadOnlyRootIsAProblem() {
     sed -i 's/ext4 rw/ext4 ro/' "$board/proc/mounts"

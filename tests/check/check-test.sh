@@ -150,6 +150,10 @@ OverlayIsNoMatterWhereTheControllerIsThere() {
 }
 
 ControllerInDeviceModeIsNamed() { expect 0 'ok       controller: in device mode: fe980000.usb'; }
+ControllerWithANumberIsKnown() {
+    mv "$board/sys/class/udc/fe980000.usb" "$board/sys/class/udc/musb-hdrc.1.auto"
+    expect 0 'ok       controller: in device mode: musb-hdrc.1.auto'
+}
 ControllerThatIsMissingIsAProblem() {
     rmdir "$board/sys/class/udc/fe980000.usb"
     expect_problem 'controller: no USB controller is in device mode' 'take away what is plugged into the port'

@@ -42,6 +42,8 @@ sysroot_packages=(libc6-dev libcjson-dev libinih-dev libusb-1.0-0-dev libgtest-d
                   libbenchmark-dev)
 # The virtual board: its root is unpacked, its kernel is emulated.
 board_packages=(mmdebstrap kmod libarchive-tools device-tree-compiler qemu-system-arm qemu-user-static)
+# Roots in which our packages are installed: systems that boot, with a card for /boot.
+install_packages=(arch-test dosfstools dpkg-dev e2fsprogs fakeroot iproute2 qemu-user-static uidmap)
 # The soak's plot.
 soak_packages=(gnuplot-nox)
 # Debian packages of our own, and what checks them.

@@ -8,6 +8,9 @@ PATH=$PATH:/usr/sbin:/sbin
 
 # virtio: the way to the files of the tests. dummy_hcd: a USB host and a USB device controller, wired together.
 modules=(virtio_pci 9pnet_virtio 9p gadgetfs dummy_hcd)
+# Of a board with a system on a disk, which has a card with a boot partition, too, a network to another computer, and a
+# list that names the Raspberry Pi's own controller.
+modules+=(virtio_blk ext4 crc32c_generic sdhci_pci mmc_block vfat nls_cp437 nls_ascii veth dwc2)
 
 version=$(basename "$root"/lib/modules/*)
 depmod -b "$root" "$version"
@@ -26,5 +29,5 @@ depmod -b "$root" "$version"
 
 rm -rf "${root:?}"/usr/share/* "${root:?}"/usr/lib/*/gconv "${root:?}"/lib/udev
 mkdir -p "$root"/{proc,sys,run,mnt/build,mnt/run,boot/overlays,board/bin}
-cp "$guest/init" "$root/init"
+cp "$guest/init" "$guest/start-disk" "$root"
 cp "$guest/mount" "$root/board/bin/mount"

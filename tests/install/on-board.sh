@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# Our packages on a virtual board with a Debian of its own on a disk: on-board.sh arm64|armhf
+# Tells the chapters install.sh and work.sh, with a restart of the board in between; a line for each test. A run that
+# fails leaves its files - console, journal, disk - in build/install-runs.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+architecture=$1
+guest=tests/install/guest
+PATH=$PATH:/usr/sbin
+
+mkdir -p build/install-runs
+run=$(mktemp -d "$PWD/build/install-runs/$architecture.XXXXXX")
+# What the board sees of it.
+shared=$run/shared
+mkdir -p "$shared/packages"
+cp "$guest"/*.sh "$shared"
+cp build/clips/small.h264 "$shared/clip.h264"
+cp build/packages/camera-usb-receiver{,-tools}_*_"$architecture".deb "$shared/packages"
+cp --sparse=always "build/install/$architecture/disk" "$run/disk"
+truncate -s 64M "$run/card"
+mkfs.vfat -F 32 -n BOOT "$run/card" >/dev/null
+
+# chapter NAME: a start of the board that runs it, until the system has ended by itself.
+chapter() {
+    local ended=0
+    cp "$guest/$1.sh" "$shared/chapter"
+    rm -f "$shared/output" "$shared/status"
+    # The quirk leaves out strings that a host has time for on a board that is as fast as it should be.
+    timeout 600 tests/board/guest/board.sh build/board -dtb build/board/board.dtb \
+        -append "console=ttyAMA0 quiet oops=panic panic=-1 rdinit=/start-disk usbcore.quirks=18d1:2d01:d" \
+        -serial "file:$run/console-$1" \
+        -drive "if=none,id=disk,format=raw,cache=unsafe,file=$run/disk" -device virtio-blk-pci,drive=disk \
+        -drive "if=none,id=card,format=raw,file=$run/card" -device sdhci-pci -device sd-card,drive=card \
+        -virtfs "local,path=$shared,mount_tag=run,security_model=none" </dev/null || ended=$?
+    cat "$shared/output" 2>/dev/null || true
+    if [ ! -s "$shared/status" ] || [ "$ended" -ne 0 ]; then
+        echo "FAILED the board's end in chapter $1 (QEMU's status $ended); the end of its console:"
+        tail -n 40 "$run/console-$1" | sed 's/^/    /'
+        return
+    fi
+    if grep -E '(WARNING|BUG|Oops): ' "$run/console-$1"; then
+        echo "FAILED the kernel, which has complained in chapter $1"
+    fi
+}
+
+{
+    chapter install
+    chapter work
+} | tee "$run/results"
+if grep -q '^FAILED' "$run/results"; then
+    echo "The run's files are in $run"
+else
+    rm -rf "$run"
+fi

@@ -68,12 +68,12 @@ datagram() {
 }
 camera_has_got() { grep -qx "$1" /tmp/record; }
 
-# command JSON: as the main application, which answers a report.
+# command_of_application JSON: as the main application, which answers a report.
 command_of_application() {
     # shellcheck disable=SC2016
     timeout 20 perl -MSocket -e 'socket(S, PF_INET, SOCK_DGRAM, 0);
         bind(S, sockaddr_in(5000, inet_aton("127.0.0.1"))) or die; my $from = recv(S, my $report, 65536, 0) or die;
-        send(S, $ARGV[0], 0, $from) or die' "$1"
+        send(S, "!$ARGV[0]", 0, $from) or die' "$1"
 }
 
 boot_options() { awk '$2 == "/boot" { options = $4 } END { print options }' /proc/mounts; }

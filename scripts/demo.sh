@@ -32,11 +32,10 @@ case "$model" in
     *"Raspberry Pi 3 Model A"* | *"Raspberry Pi 4 Model B"*)
         cat <<TEXT
 This is a $model: it can run the real thing.
-    sudo apt-get install ${build_packages[*]}
-    cmake --preset release && cmake --build --preset release
-    sudo mkdir -p /run/vantarel
-    sudo build/release/camera-usb-receiver --verbose
-Plug the camera's handle into the board's device port; see README.md, "On a Raspberry Pi".
+    sudo apt-get install ./camera-usb-receiver_*_$(dpkg --print-architecture).deb
+    sudo camera-usb-receiver-check
+The package is made on a Debian 12 PC with scripts/package.sh $(dpkg --print-architecture). Plug the camera's handle into
+the board's device port; docs/install-pi.md has every step.
 TEXT
         exit 0
         ;;

@@ -223,6 +223,20 @@ PortOfASocketForBothProtocolsCounts() {
     process 310 nc 'socket:[4713]'
     expect_problem 'port: UDP port 6000 is taken by nc (process 310)' 'end that program'
 }
+PortOfAReceiverThatEndsMeanwhile() {
+    rm -r "$board/proc/210"
+    stand_in find <<TEXT
+case "\$*" in
+    *socket*) sed -i '/:1770 /d' '$board/proc/net/udp' ;;
+esac
+exec /usr/bin/find "\$@"
+TEXT
+    expect 0 'ok       port: UDP port 6000 is free'
+}
+PortIsTakenByNoProgram() {
+    rm -r "$board/proc/210"
+    expect_problem 'port: UDP port 6000 is taken, and no program here has it' 'Give that another one'
+}
 PortIsTakenAsOnlyRootSees() {
     rm -r "$board/proc/210"
     stand_in id <<<'echo 1000'

@@ -363,6 +363,13 @@ LastEndBySignal() {
     printf '%s\n' 'signal 11 handler' | write journal
     expect_problem 'last end: "signal 11 handler": it crashed' 'report it'
 }
+LastEndByASignalThatOnlyStopsIt() {
+    local signal
+    for signal in 1 2 3 13 15; do
+        printf '%s\n' 'Board not supported' "signal $signal handler" | write journal
+        expect 0 "ok       last end: \"signal $signal handler\": it"
+    done
+}
 LastEndWithoutAWordOfItsOwn() {
     echo 'camera-usb-receiver.service: Main process exited, code=killed, status=9/KILL' | write journal
     expect_problem 'last end: "code=killed": it was killed' 'out of memory?'

@@ -26,6 +26,7 @@ for architecture in "${architectures[@]}"; do
         exit 1
     fi
     need_packages "${cross_packages[@]}"
+    scripts/make-sysroot.sh "$architecture"
 done
 
 version=$(sed -nE 's/^project\(camera-usb-receiver VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt)
@@ -36,7 +37,7 @@ if [ -z "$version" ] || [ "${released% *}" != "$version" ]; then
 fi
 # The day of the release is the time of everything in the packages.
 SOURCE_DATE_EPOCH=$(date -u -d "${released#* }" +%s)
-export SOURCE_DATE_EPOCH TZ=UTC LC_ALL=C.UTF-8
+export SOURCE_DATE_EPOCH TZ=UTC LC_ALL=C.UTF-8 own
 
 # debian_changelog: CHANGELOG.md in dpkg's form.
 debian_changelog() {
@@ -56,9 +57,11 @@ debian_changelog() {
     done < <(sed -nE 's/^## \[([0-9.]+)\] - ([0-9-]+)$/\1 \2/p' CHANGELOG.md)
 }
 
-# build_packages_in FOLDER ARCHITECTURE: the packages and their .changes file end up in FOLDER.
-build_packages_in() {
-    local folder=$1 architecture=$2 tree=$1/camera-usb-receiver
+# make_packages ARCHITECTURE FOLDER: the packages and their .changes file end up in FOLDER/ARCHITECTURE.
+make_packages() {
+    set -euo pipefail
+    local architecture=$1 folder=$2/$1 tree=$2/$1/camera-usb-receiver
+    echo "Making the packages for $architecture in $folder"
     rm -rf "$folder"
     mkdir -p "$tree/build/sysroot"
     cp -r CHANGELOG.md CMakeLists.txt CMakePresets.json README.md cmake debian docs man simulator src system "$tree"
@@ -66,7 +69,6 @@ build_packages_in() {
     find "$tree" -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
     local options=(-us -uc -b -d)
     if [ "$architecture" != "$own" ]; then
-        scripts/make-sysroot.sh "$architecture"
         ln -s "$PWD/build/sysroot/$architecture" "$tree/build/sysroot/$architecture"
         options+=("-a$architecture")
     fi
@@ -74,19 +76,26 @@ build_packages_in() {
         tail -n 40 "$folder/build.log" >&2
         return 1
     fi
+    [ "$2" != build/package ] || lintian --allow-root --fail-on error,warning "$folder"/*.changes
 }
+export -f debian_changelog make_packages
+
+# As many at a time as there are processors: steps that keep one of them busy meet those that could use more.
+places=(build/package)
+[ -z "$twice" ] || places+=(build/package/once-more-in-another-place)
+builds=$((${#architectures[@]} * ${#places[@]}))
+CMAKE_BUILD_PARALLEL_LEVEL=$((($(nproc) + builds - 1) / builds))
+export CMAKE_BUILD_PARALLEL_LEVEL
+for architecture in "${architectures[@]}"; do
+    printf '%s\n' "${places[@]/#/$architecture }"
+done | xargs -P "$(nproc)" -L 1 bash -c 'make_packages "$@"' make_packages
 
 mkdir -p build/packages
 for architecture in "${architectures[@]}"; do
     folder=build/package/$architecture
-    echo "Making the packages for $architecture in $folder"
-    build_packages_in "$folder" "$architecture"
-    lintian --allow-root --fail-on error,warning "$folder"/*.changes
     if [ -n "$twice" ]; then
-        again=build/package/once-more-in-another-place/$architecture
-        build_packages_in "$again" "$architecture"
         for package in "$folder"/*.deb; do
-            cmp "$package" "$again/${package##*/}"
+            cmp "$package" "build/package/once-more-in-another-place/$architecture/${package##*/}"
         done
         echo "Both times the same $architecture packages, byte for byte"
     fi

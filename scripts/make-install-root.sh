@@ -33,7 +33,7 @@ fi
 if ! arch-test "$architecture" >/dev/null 2>&1; then
     binfmt=/proc/sys/fs/binfmt_misc
     echo "Letting the kernel run programs for $architecture with qemu, until the next start"
-    [ -e "$binfmt/register" ] || mount -t binfmt_misc none "$binfmt"
+    [ -e "$binfmt/register" ] || mount -t binfmt_misc none "$binfmt" || [ -e "$binfmt/register" ]
     case "$architecture" in
         arm64) cat /usr/lib/binfmt.d/qemu-aarch64.conf ;;
         armhf) cat /usr/lib/binfmt.d/qemu-arm.conf ;;
@@ -50,7 +50,10 @@ hook=("$PWD/tests/install/finish-root.sh")
 [ "$system" = root.tar ] || hook+=("$PWD/$board_root" "$PWD/build/board/root.cpio")
 mapfile -t settings < <(debian_proxy_options)
 mirror=$(debian_mirror)
+# /usr is merged from the start: what turns an unmerged one into that needs perl, which takes long to install. And
+# nothing is waited for until it is on this machine's disk.
 mmdebstrap --quiet --variant=minbase --architectures="$architecture" --skip=cleanup/reproducible \
+    --hook-dir=/usr/share/mmdebstrap/hooks/merged-usr --dpkgopt=force-unsafe-io \
     --include="$(IFS=,; echo "${included[*]}")" "${settings[@]}" \
     --customize-hook="$(printf '%q ' "${hook[@]}")\"\$1\"" \
     bookworm "$fresh/root.tar" ${mirror:+"$mirror"}

@@ -43,7 +43,7 @@ sysroot_packages=(libc6-dev libcjson-dev libinih-dev libusb-1.0-0-dev libgtest-d
 # The virtual board: its root is unpacked, its kernel is emulated.
 board_packages=(mmdebstrap kmod libarchive-tools device-tree-compiler qemu-system-arm qemu-user-static)
 # Roots in which our packages are installed: systems that boot, with a card for /boot.
-install_packages=(arch-test dosfstools dpkg-dev e2fsprogs fakeroot iproute2 qemu-user-static uidmap)
+install_packages=(arch-test dosfstools dpkg-dev e2fsprogs fakeroot fdisk iproute2 qemu-user-static uidmap)
 # The soak's plot.
 soak_packages=(gnuplot-nox)
 # Debian packages of our own, and what checks them.

@@ -17,8 +17,10 @@ cp "$guest"/*.sh "$shared"
 cp build/clips/small.h264 "$shared/clip.h264"
 cp build/packages/camera-usb-receiver{,-tools}_*_"$architecture".deb "$shared/packages"
 cp --sparse=always "build/install/$architecture/disk" "$run/disk"
+# The card is as a Raspberry Pi's: its first partition is /boot, which fstab has by the partition's number.
 truncate -s 64M "$run/card"
-mkfs.vfat -F 32 -n BOOT "$run/card" >/dev/null
+printf 'label: dos\nlabel-id: 0x5a2c0001\nstart=2048, type=c\n' | sfdisk --quiet "$run/card"
+mkfs.vfat -F 32 -n BOOT --offset 2048 "$run/card" $((63 * 1024)) >/dev/null
 
 # chapter NAME: a start of the board that runs it, until the system has ended by itself.
 chapter() {

@@ -1,15 +1,27 @@
 #!/usr/bin/env bash
-# Our packages on a virtual board with a Debian of its own on a disk: on-board.sh arm64|armhf
-# Tells the chapters install.sh and work.sh, with a restart of the board in between; a line for each test. A run that
-# fails leaves its files - console, journal, disk - in build/install-runs.
+# Our packages on a virtual board with a Debian of its own on a disk: on-board.sh arm64|armhf CHAPTER...
+# Tells the chapters, install and work, with a restart of the board in between; a line for each test. A run that fails
+# leaves its files - console, journal, disk - in build/install-runs; one that is interrupted leaves nothing.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 architecture=$1
+shift
 guest=tests/install/guest
 PATH=$PATH:/usr/sbin
 
 mkdir -p build/install-runs
 run=$(mktemp -d "$PWD/build/install-runs/$architecture.XXXXXX")
+qemu=''
+interrupted() {
+    trap - INT TERM HUP
+    if [ -n "$qemu" ]; then
+        kill "$qemu" 2>/dev/null || true
+        wait "$qemu" || true
+    fi
+    rm -rf "$run"
+    exit 1
+}
+trap interrupted INT TERM HUP
 # What the board sees of it.
 shared=$run/shared
 mkdir -p "$shared/packages"
@@ -28,12 +40,15 @@ chapter() {
     cp "$guest/$1.sh" "$shared/chapter"
     rm -f "$shared/output" "$shared/status"
     # The quirk leaves out strings that a host has time for on a board that is as fast as it should be.
-    timeout 600 tests/board/guest/board.sh build/board -dtb build/board/board.dtb \
+    timeout 1200 tests/board/guest/board.sh build/board -dtb build/board/board.dtb \
         -append "console=ttyAMA0 quiet oops=panic panic=-1 rdinit=/start-disk usbcore.quirks=18d1:2d01:d" \
         -serial "file:$run/console-$1" \
         -drive "if=none,id=disk,format=raw,cache=unsafe,file=$run/disk" -device virtio-blk-pci,drive=disk \
         -drive "if=none,id=card,format=raw,file=$run/card" -device sdhci-pci -device sd-card,drive=card \
-        -virtfs "local,path=$shared,mount_tag=run,security_model=none" </dev/null || ended=$?
+        -virtfs "local,path=$shared,mount_tag=run,security_model=none" </dev/null &
+    qemu=$!
+    wait "$qemu" || ended=$?
+    qemu=''
     cat "$shared/output" 2>/dev/null || true
     if [ ! -s "$shared/status" ] || [ "$ended" -ne 0 ]; then
         echo "FAILED the board's end in chapter $1 (QEMU's status $ended); the end of its console:"
@@ -45,11 +60,12 @@ chapter() {
     fi
 }
 
-{
-    chapter install
-    chapter work
-} | tee "$run/results"
-if grep -q '^FAILED' "$run/results"; then
+# In this shell, which knows how to end a board.
+for name in "$@"; do
+    chapter "$name" >"$run/results-$name"
+    cat "$run/results-$name"
+done
+if grep -q '^FAILED' "$run"/results-*; then
     echo "The run's files are in $run"
 else
     rm -rf "$run"

@@ -55,8 +55,7 @@ TheProgramsTellTheirOptions() {
 }
 
 PurgingLeavesNothingBehind() {
-    apt_get purge camera-usb-receiver camera-usb-receiver-tools
-    apt_get autoremove --purge
+    apt_get purge --autoremove camera-usb-receiver camera-usb-receiver-tools
     not dpkg-query --show 'camera-usb-*'
     inventory >"$notes/after"
     diff "$kept/before" "$notes/after"

@@ -101,5 +101,5 @@ for architecture in "${architectures[@]}"; do
     fi
     rm -f build/packages/*"_$architecture.deb"
     cp "$folder"/*.deb build/packages
+    (cd build/packages && sha256sum -- *"_$architecture.deb")
 done
-(cd build/packages && sha256sum -- *.deb)

@@ -19,7 +19,6 @@ inventory() {
     cat /etc/passwd /etc/group
     if [ -d /run/systemd/system ]; then
         echo '-- units'
-        systemctl list-unit-files --no-legend --no-pager | awk '{ print $1, $2 }' | sort
         systemctl list-units --all --no-legend --no-pager --plain | grep -i -e camera -e gadget -e udc || true
         systemctl --failed --no-legend --no-pager
     fi

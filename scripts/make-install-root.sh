@@ -56,7 +56,8 @@ mmdebstrap --quiet --variant=minbase --architectures="$architecture" --skip=clea
     --hook-dir=/usr/share/mmdebstrap/hooks/merged-usr --dpkgopt=force-unsafe-io \
     --include="$(IFS=,; echo "${included[*]}")" "${settings[@]}" \
     --customize-hook="$(printf '%q ' "${hook[@]}")\"\$1\"" \
-    bookworm "$fresh/root.tar" ${mirror:+"$mirror"}
+    bookworm "$fresh/root.tar" ${mirror:+"$mirror"} >"$fresh/log" 2>&1 || { cat "$fresh/log" >&2; exit 1; }
+rm "$fresh/log"
 
 if [ "$system" = disk ]; then
     # The owners of the files are those of the archive, also where a user makes the disk.

@@ -208,6 +208,12 @@ HolderIsNoIdleConfigfsGadget() {
     expect 0 'ok       holder: '
 }
 
+HolderThatEndsMeanwhile() {
+    process 410 camera-usb-rece /dev/gadget/fe980000.usb
+    stand_in find <<<"/usr/bin/find \"\$@\"; rm -rf '$board/proc/410'"
+    expect 0 'ok       holder: nobody else has the controller'
+}
+
 PortIsTheReceivers() { expect 0 "ok       port: UDP port 6000 is the receiver's"; }
 PortIsFree() {
     sed -i '/:1770 /d' "$board/proc/net/udp"

@@ -135,7 +135,7 @@ TEST_F(RemoteControlled, HeldStickSendsFiftyPacketsASecond) {
     set_movement("rel");
     ASSERT_NO_FATAL_FAILURE(wait_until_mode_is_known());
     auto shortest = std::chrono::steady_clock::duration::max();
-    for (int run = 1; run <= kRuns && shortest >= kAtLeast * 2; ++run) {
+    for (std::ptrdiff_t run = 1; run <= kRuns && shortest >= kAtLeast * 2; ++run) {
         const std::size_t before = board->bulk_in().size();
         const auto begin = std::chrono::steady_clock::now();
         remote->set(kPan, 0.1);

@@ -76,6 +76,11 @@ for architecture in "${architectures[@]}"; do
 done
 wait
 groups=()
+for architecture in "${architectures[@]}"; do
+    if ! grep -qE '^(passed|FAILED) ' "$results/$architecture" 2>/dev/null; then
+        echo "FAILED $architecture, which said nothing" | tee -a "$results/$architecture"
+    fi
+done
 
 count() { cat "$results"/* | grep -c "^$1 " || true; }
 passed=$(count passed) failed=$(count FAILED)

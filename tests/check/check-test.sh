@@ -55,7 +55,7 @@ TEXT
     unit
     : | write journal
     stand_in systemctl <<<"[ \"\$1 \$2\" = 'show camera-usb-receiver' ] && cat '$board/unit'"
-    stand_in journalctl <<<"cat '$board/journal'"
+    stand_in journalctl <<<"case \"\$*\" in *--reverse*) tac '$board/journal' ;; *) cat '$board/journal' ;; esac"
     stand_in modprobe <<<"[ \"\$*\" = '--dry-run --quiet gadgetfs' ] && [ -e '$board/modprobe-finds-it' ]"
     stand_in df <<<"printf 'Filesystem 1024-blocks Used Available Capacity Mounted\nx 9 1 %s 1%% /\n' 8000"
     stand_in id <<<'echo 0'
@@ -103,6 +103,7 @@ HelpNamesTheExitStatuses() { "$program" --help | grep -qF 'Exit status: 0 no pro
 BoardPi4IsSupported() { expect 0 'ok       board: Raspberry Pi 4 Model B Rev 1.4'; }
 BoardPi3APlusIsSupported() {
     printf 'Raspberry Pi 3 Model A Plus Rev 1.0\0' | write sys/firmware/devicetree/base/model
+    echo 'dtoverlay=dwc2,dr_mode=peripheral' | write boot/firmware/config.txt
     expect 0 'ok       board: Raspberry Pi 3 Model A Plus Rev 1.0'
 }
 BoardOfAnotherModelIsRefused() {
@@ -133,6 +134,11 @@ OverlayOfThePi3APlusIsAPeripheral() {
     rmdir "$board/sys/class/udc/fe980000.usb"
     : | write boot/firmware/config.txt
     expect 1 'what to do: add a line "[all]" and a line "dtoverlay=dwc2,dr_mode=peripheral"'
+}
+OverlayOfThePi3APlusNeedsItsMode() {
+    printf 'Raspberry Pi 3 Model A Plus Rev 1.0\0' | write sys/firmware/devicetree/base/model
+    expect_problem 'overlay: "dtoverlay=dwc2" in /boot/firmware/config.txt leaves it to' \
+        'make it "dtoverlay=dwc2,dr_mode=peripheral"'
 }
 OverlayOfAnotherBoardDoesNotCount() {
     rmdir "$board/sys/class/udc/fe980000.usb"
@@ -263,6 +269,11 @@ ApplicationOnAPortWithLettersInHex() {
     sed -i 's/:1388 /:138B /' "$board/proc/net/udp"
     expect 0 'ok       application: a program takes the reports on UDP port 5003'
 }
+ApplicationWithANameForAnAddressIsAProblem() {
+    echo 'RECEIVER_OPTIONS="-d studio"' | write etc/default/camera-usb-receiver
+    unit IPAddressAllow=0.0.0.0/0
+    expect_problem 'application: studio is no IPv4 address' 'correct RECEIVER_OPTIONS'
+}
 ApplicationOnAnotherComputerIsHeldBack() {
     echo 'RECEIVER_OPTIONS="-d 192.168.1.5"' | write etc/default/camera-usb-receiver
     expect_problem 'application: the service may not send to 192.168.1.5' 'Other computers'
@@ -361,6 +372,20 @@ LastEndThatIsAProblem() {
     printf '%s\n' 'Destination host or port not set' | write journal
     expect_problem 'last end: "Destination host or port not set"' 'correct RECEIVER_OPTIONS'
 }
+LastEndByAWrongOption() {
+    printf '%s\n' Usage: '-v | --verbose' '-? | --help - show this help' | write journal
+    expect_problem 'last end: "Usage:": an option was not understood (status 1)' 'correct RECEIVER_OPTIONS'
+}
+LastEndIsFoundBehindHoursOfVideo() {
+    { echo 'Board not supported'; printf 'delta %s\n' {1..50000}; } | write journal
+    expect_problem 'last end: "Board not supported"' 'see the point "board"'
+}
+LastEndOfEachKindHasFourFields() {
+    local fields
+    fields=$(sed -n "/<<'TABLE'/,/^TABLE/p" "$program" | sed '1d;$d' | awk -F'|' '{ print NF, $2 }' | sort -u)
+    [ "$fields" = '4 ok
+4 problem' ]
+}
 LastEndThatIsHistory() {
     printf '%s\n' "Couldn't open USB device" 'Gadget init failed' 'Gadget init done' | write journal
     expect 0 'note     last end: "Gadget init failed"' 'it has started again since'
@@ -379,6 +404,10 @@ LastEndByASignalThatOnlyStopsIt() {
 LastEndWithoutAWordOfItsOwn() {
     echo 'camera-usb-receiver.service: Main process exited, code=killed, status=9/KILL' | write journal
     expect_problem 'last end: "code=killed": it was killed' 'out of memory?'
+}
+LastEndWithACoreFile() {
+    echo 'camera-usb-receiver.service: Main process exited, code=dumped, status=7/BUS' | write journal
+    expect_problem 'last end: "code=dumped": it crashed' 'report it'
 }
 LastEndThatTheJournalDoesNotHave() {
     unit ActiveState=activating SubState=auto-restart ExecMainStatus=2

@@ -50,8 +50,8 @@ chapter() {
     wait "$qemu" || ended=$?
     qemu=''
     cat "$shared/output" 2>/dev/null || true
-    if [ ! -s "$shared/status" ] || [ "$ended" -ne 0 ]; then
-        echo "FAILED the board's end in chapter $1 (QEMU's status $ended); the end of its console:"
+    if [ "$(cat "$shared/status" 2>/dev/null)" != 0 ] || [ "$ended" -ne 0 ]; then
+        echo "FAILED chapter $1, which did not come to its end (QEMU's status $ended); the end of its console:"
         tail -n 40 "$run/console-$1" | sed 's/^/    /'
         return
     fi

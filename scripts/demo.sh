@@ -15,7 +15,7 @@ while [ $# -gt 0 ]; do
     case "$1" in
         --seconds) seconds=${2:?--seconds needs a number}; shift 2 ;;
         --output) output=${2:?--output needs a file}; shift 2 ;;
-        *) sed -n '2,5s/^# //p' "$0"; exit 2 ;;
+        *) sed -n '2,5s/^# //p' "scripts/${0##*/}"; exit 2 ;;
     esac
 done
 case "$seconds" in

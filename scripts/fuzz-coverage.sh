@@ -11,7 +11,7 @@ tests=OFF
 while [ $# -gt 0 ]; do
     case "$1" in
         --tests) tests=ON; shift ;;
-        *) sed -n '2,4s/^# //p' "$0"; exit 2 ;;
+        *) sed -n '2,4s/^# //p' "scripts/${0##*/}"; exit 2 ;;
     esac
 done
 

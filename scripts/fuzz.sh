@@ -13,11 +13,11 @@ while [ $# -gt 0 ]; do
     case "$1" in
         --seconds) seconds=${2:?--seconds needs a number}; shift 2 ;;
         --all) target=--all; shift ;;
-        -*) sed -n '2,5s/^# //p' "$0"; exit 2 ;;
+        -*) sed -n '2,5s/^# //p' "scripts/${0##*/}"; exit 2 ;;
         *) target=$1; shift ;;
     esac
 done
-[ -n "$target" ] || { sed -n '2,5s/^# //p' "$0"; exit 2; }
+[ -n "$target" ] || { sed -n '2,5s/^# //p' "scripts/${0##*/}"; exit 2; }
 
 need_packages "${build_packages[@]}" "${video_packages[@]}" "${fuzz_packages[@]}"
 build=build/fuzz

@@ -15,7 +15,7 @@ guest=tests/board/guest
 # loaded when the first thread is cancelled.
 guest_packages=(linux-image-arm64 dash busybox kmod libc6 libgcc-s1 libstdc++6 libcjson1 libinih1 libusb-1.0-0)
 
-stamp=$(cat "$0" scripts/lib/debian-root.sh "$guest"/* | sha256sum)
+stamp=$(cat "scripts/${0##*/}" scripts/lib/debian-root.sh "$guest"/* | sha256sum)
 if [ "$(cat "$board/stamp" 2>/dev/null)" = "$stamp" ]; then
     exit 0
 fi

@@ -13,7 +13,7 @@ architecture=${1:-}
 case "$architecture" in
     amd64) system=root.tar included=(diffutils) ;;
     arm64 | armhf) system=disk included=(systemd-sysv udev kmod iproute2) ;;
-    *) sed -n '2,5s/^# //p' "$0"; exit 2 ;;
+    *) sed -n '2,5s/^# //p' "scripts/${0##*/}"; exit 2 ;;
 esac
 need_packages "${board_packages[@]}" "${install_packages[@]}"
 [ "$system" = root.tar ] || scripts/make-board.sh
@@ -21,7 +21,7 @@ need_packages "${board_packages[@]}" "${install_packages[@]}"
 place=build/install/$architecture
 board_root=tests/install/root
 stamp=$({
-    cat "$0" scripts/lib/debian-root.sh tests/install/finish-root.sh
+    cat "scripts/${0##*/}" scripts/lib/debian-root.sh tests/install/finish-root.sh
     [ "$system" = root.tar ] || { find "$board_root" -type f -exec cat {} +; cat build/board/stamp; }
 } | sha256sum)
 if [ "$(cat "$place/stamp" 2>/dev/null)" = "$stamp" ]; then

@@ -12,12 +12,12 @@ cd "$(dirname "$0")/.."
 architecture=${1:-}
 case "$architecture" in
     arm64 | armhf) ;;
-    *) sed -n '2,4s/^# //p' "$0"; exit 2 ;;
+    *) sed -n '2,4s/^# //p' "scripts/${0##*/}"; exit 2 ;;
 esac
 need_packages mmdebstrap
 
 sysroot=build/sysroot/$architecture
-stamp=$({ cat "$0" scripts/lib/debian-root.sh; echo "${sysroot_packages[@]}"; } | sha256sum)
+stamp=$({ cat "scripts/${0##*/}" scripts/lib/debian-root.sh; echo "${sysroot_packages[@]}"; } | sha256sum)
 if [ "$(cat "$sysroot/stamp" 2>/dev/null)" = "$stamp" ]; then
     exit 0
 fi

@@ -12,7 +12,7 @@ while [ $# -gt 0 ]; do
     case "$1" in
         --twice) twice=yes; shift ;;
         amd64 | arm64 | armhf) architectures+=("$1"); shift ;;
-        *) sed -n '2,4s/^# //p' "$0"; exit 2 ;;
+        *) sed -n '2,4s/^# //p' "scripts/${0##*/}"; exit 2 ;;
     esac
 done
 [ "${#architectures[@]}" -gt 0 ] || architectures=(amd64 arm64 armhf)
@@ -74,6 +74,11 @@ make_packages() {
     fi
     if ! (umask 022 && cd "$tree" && dpkg-buildpackage "${options[@]}") >"$folder/build.log" 2>&1; then
         tail -n 40 "$folder/build.log" >&2
+        return 1
+    fi
+    # The program's, the tools', and the debugger's for each.
+    if [ "$(find "$folder" -maxdepth 1 -name '*.deb' | wc -l)" -ne 4 ]; then
+        echo "Not four packages for $architecture:" "$folder"/*.deb >&2
         return 1
     fi
     [ "$2" != build/package ] || lintian --allow-root --fail-on error,warning "$folder"/*.changes

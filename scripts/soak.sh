@@ -17,7 +17,7 @@ while [ $# -gt 0 ]; do
         --hours) hours=${2:?--hours needs a number}; shift 2 ;;
         --sample) sample=${2:?--sample needs a number}; shift 2 ;;
         --build) build=${2:?--build needs a folder}; shift 2 ;;
-        *) sed -n '2,6s/^# //p' "$0"; exit 2 ;;
+        *) sed -n '2,6s/^# //p' "scripts/${0##*/}"; exit 2 ;;
     esac
 done
 for number in "$hours" "$sample"; do

@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 . scripts/lib/counts.sh
 
 case "${1:-}" in
-    -*) sed -n '2,4s/^# //p' "$0"; exit 2 ;;
+    -*) sed -n '2,4s/^# //p' "scripts/${0##*/}"; exit 2 ;;
 esac
 
 need_packages "${build_packages[@]}" "${cross_packages[@]}" "${board_packages[@]}" "${video_packages[@]}"

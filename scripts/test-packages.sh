@@ -14,7 +14,7 @@ while [ $# -gt 0 ]; do
         --twice) twice=armhf; shift ;;
         --no-build) build=''; shift ;;
         amd64 | arm64 | armhf) architectures+=("$1"); shift ;;
-        *) sed -n '2,5s/^# //p' "$0"; exit 2 ;;
+        *) sed -n '2,5s/^# //p' "scripts/${0##*/}"; exit 2 ;;
     esac
 done
 [ "${#architectures[@]}" -gt 0 ] || architectures=(arm64 armhf amd64)

@@ -13,7 +13,7 @@ preset=release
 while [ $# -gt 0 ]; do
     case "$1" in
         --preset) preset=${2:?--preset needs a name}; shift 2 ;;
-        *) sed -n '2,4s/^# //p' "$0"; exit 2 ;;
+        *) sed -n '2,4s/^# //p' "scripts/${0##*/}"; exit 2 ;;
     esac
 done
 

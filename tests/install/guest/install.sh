@@ -31,4 +31,4 @@ TheReceiverTellsItsOptions() {
 }
 
 tell TheSystemIsUp AptInstallsThePackagesWithWhatTheyNeed InstallingStartsTheService TheCheckFindsNothingWrong \
-    ThePackagesBringTheirPages TheProgramsTellTheirOptions TheReceiverTellsItsOptions
+    ThePackagesBringTheirPages TheProgramsTellTheirOptions TheReceiverTellsItsOptions TheSystemIsStillWell

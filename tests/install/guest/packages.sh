@@ -15,6 +15,8 @@ inventory() {
     find /boot | sort
     echo '-- mounts'
     cut -d' ' -f1-3 /proc/mounts | grep -v -e ' autofs$' -e ' /run/' -e binfmt_misc | sort
+    echo '-- modules'
+    grep -o '^gadgetfs ' /proc/modules || true
     echo '-- users and groups'
     cat /etc/passwd /etc/group
     if [ -d /run/systemd/system ]; then

@@ -5,6 +5,11 @@ property() { systemctl show "$unit" --property="$1" --value; }
 is() { [ "$(property "$1")" = "$2" ]; }
 
 system_is_running() { [ "$(systemctl is-system-running)" = running ]; }
+TheSystemIsStillWell() {
+    system_is_running
+    journalctl --dmesg >"$notes/kernel"
+    not grep -E '(WARNING|BUG|Oops): ' "$notes/kernel"
+}
 
 # run_says TEXT: the process that runs, or the last one.
 run_says() {

@@ -108,6 +108,14 @@ TheNextRunHasTheLimits() {
     within 20 run_says 'Loading camera config file... done'
 }
 
+TheOptionsReachTheCommandLine() {
+    sed -i 's/^RECEIVER_OPTIONS=.*/RECEIVER_OPTIONS="-v -s 5001"/' /etc/default/camera-usb-receiver
+    systemctl restart "$unit"
+    within 20 run_says 'Init connection to main application 127.0.0.1:5001'
+    sed -i 's/^RECEIVER_OPTIONS=.*/RECEIVER_OPTIONS=""/' /etc/default/camera-usb-receiver
+    systemctl restart "$unit"
+}
+
 AControllerThatTurnsUpStartsIt() {
     camera_off
     systemctl stop "$unit"
@@ -120,20 +128,16 @@ AControllerThatTurnsUpStartsIt() {
     within 30 run_says 'Gadget init done'
 }
 
-TheSystemIsStillWell() {
-    system_is_running
-    journalctl --dmesg >"$notes/kernel"
-    not grep -E '(WARNING|BUG|Oops): ' "$notes/kernel"
-}
-
 RemovingLeavesTheSettings() {
     apt_get remove camera-usb-receiver
     is LoadState not-found
     not pgrep_receiver
     not grep -q gadgetfs /proc/mounts
-    for path in /dev/gadget /run/vantarel /dev/shm/vantarel_framebuffer /dev/shm/shared_rc_raw; do
+    not grep -q '^gadgetfs ' /proc/modules
+    for path in /dev/gadget /run/vantarel /dev/shm/vantarel_framebuffer /dev/shm/vantarel_framebuffer_transcoding; do
         [ ! -e "$path" ]
     done
+    [ -e /dev/shm/shared_rc_raw ]
     [ -e /etc/default/camera-usb-receiver ]
     [ -e /boot/osmo-usb.conf ]
 }
@@ -146,6 +150,6 @@ PurgingLeavesBootReadOnly() {
 
 tell TheServiceIsUpAfterTheRestart WithoutACameraItEndsAndComesBack TheHostStreams ItComesBackAfterAKill \
     ItComesBackAfterUnplugging StoppedItStaysStopped OtherComputersAreKeptOut TheDropInLetsThemIn \
-    FocusLimitsAreSavedOnAReadOnlyBoot TheNextRunHasTheLimits AControllerThatTurnsUpStartsIt TheSystemIsStillWell \
-    RemovingLeavesTheSettings PurgingLeavesNothingBehind PurgingLeavesBootReadOnly
+    FocusLimitsAreSavedOnAReadOnlyBoot TheNextRunHasTheLimits TheOptionsReachTheCommandLine \
+    AControllerThatTurnsUpStartsIt TheSystemIsStillWell RemovingLeavesTheSettings PurgingLeavesNothingBehind PurgingLeavesBootReadOnly
 journalctl --no-pager --boot >/mnt/run/journal

@@ -34,7 +34,7 @@ run=$(mktemp -d "$build/board-runs/XXXXXX")
 
 # Longer than any run of `ctest`; 100 cycles by hand take a quarter of an hour.
 timeout 3000 "$here/guest/board.sh" "$build/board" "${clock[@]}" -dtb "$build/board/board.dtb" \
-    -append "console=ttyAMA0 quiet oops=panic panic=-1 rdinit=/init" -serial "file:$run/console" \
+    -append "console=ttyAMA0 loglevel=5 oops=panic panic=-1 rdinit=/init" -serial "file:$run/console" \
     -virtfs "local,path=$build/arm64,mount_tag=build,security_model=none,readonly=on" \
     -virtfs "local,path=$run,mount_tag=run,security_model=none" </dev/null || true
 

@@ -137,7 +137,7 @@ OverlayOfThePi3APlusIsAPeripheral() {
 }
 OverlayOfThePi3APlusNeedsItsMode() {
     printf 'Raspberry Pi 3 Model A Plus Rev 1.0\0' | write sys/firmware/devicetree/base/model
-    expect_problem 'overlay: "dtoverlay=dwc2" in /boot/firmware/config.txt leaves it to' \
+    expect_problem 'overlay: "dtoverlay=dwc2" in /boot/firmware/config.txt leaves this board' \
         'make it "dtoverlay=dwc2,dr_mode=peripheral"'
 }
 OverlayOfAnotherBoardDoesNotCount() {

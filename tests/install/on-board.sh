@@ -41,7 +41,7 @@ chapter() {
     rm -f "$shared/output" "$shared/status"
     # The quirk leaves out strings that a host has time for on a board that is as fast as it should be.
     timeout 1200 tests/board/guest/board.sh build/board -dtb build/board/board.dtb \
-        -append "console=ttyAMA0 quiet oops=panic panic=-1 rdinit=/start-disk usbcore.quirks=18d1:2d01:d" \
+        -append "console=ttyAMA0 loglevel=5 oops=panic panic=-1 rdinit=/start-disk usbcore.quirks=18d1:2d01:d" \
         -serial "file:$run/console-$1" \
         -drive "if=none,id=disk,format=raw,cache=unsafe,file=$run/disk" -device virtio-blk-pci,drive=disk \
         -drive "if=none,id=card,format=raw,file=$run/card" -device sdhci-pci -device sd-card,drive=card \

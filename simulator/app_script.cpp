@@ -4,7 +4,7 @@
 #include <iomanip>
 #include <sstream>
 
-#include "simulator/telemetry_view.h"
+#include "client/telemetry_view.h"
 
 namespace {
 

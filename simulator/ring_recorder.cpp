@@ -11,7 +11,7 @@
 #include <fstream>
 #include <string>
 
-#include "simulator/ring_reader.h"
+#include "client/ring_reader.h"
 
 namespace {
 

@@ -18,9 +18,9 @@
 #include <utility>
 #include <vector>
 
+#include "client/telemetry_view.h"
 #include "simulator/app_script.h"
 #include "simulator/scripted_app_options.h"
-#include "simulator/telemetry_view.h"
 
 namespace {
 
@@ -129,7 +129,8 @@ class Application {
             print_whole(kind);
         }
         for (const TelemetryChange& change : view_.changes()) {
-            if (change.key != "yaw" && change.key != "pitch" && change.key != "roll") {
+            if (change.key != "yaw" && change.key != "pitch" && change.key != "roll" &&
+                change.key != "parameters") {
                 say("%s %s -> %s", change.key.c_str(), shown(change.before), shown(change.after));
             }
         }
@@ -142,7 +143,7 @@ class Application {
     void print_whole(ReportKind kind) {
         std::string line;
         for (const std::string& item : view_.items(kind)) {
-            if (line.size() + item.size() > kLineWidth) {
+            if (!line.empty() && line.size() + item.size() > kLineWidth) {
                 say("%s", line.c_str());
                 line.clear();
             }

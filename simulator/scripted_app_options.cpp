@@ -13,7 +13,7 @@ constexpr char kUsage[] =
     "Usage: scripted-main-application [options]\n"
     "A main application for the receiver: prints what its reports tell, sends what a script says.\n"
     "  -p, --port N       UDP port that the reports come to (5000)\n"
-    "  -x, --script FILE  what to send and what to expect, see simulator/demo-app.script\n"
+    "  -x, --script FILE  what to send and what to expect, see simulator/example-app.script\n"
     "  -s, --seconds N    end N seconds after the first report (with the script; without: Ctrl-C)\n"
     "  -W, --wait N       seconds to wait for the first report (60)\n"
     "  -h, --help         this text\n"

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <thread>
 
-#include "simulator/ring_reader.h"
+#include "client/ring_reader.h"
 #include "simulator/usb_host.h"
 
 Bytes numbered_part(std::uint32_t number);

@@ -11,8 +11,8 @@
 #include <sstream>
 #include <thread>
 
+#include "client/ring_reader.h"
 #include "simulator/camera_stream.h"
-#include "simulator/ring_reader.h"
 #include "tests/board/board_support.h"
 
 namespace {

@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "client/ring_reader.h"
 #include "simulator/camera_stream.h"
-#include "simulator/ring_reader.h"
 #include "simulator/simulated_board.h"
 #include "tests/e2e/receiver_process.h"
 #include "tests/e2e/udp_peer.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "simulator/ring_reader.h"
+#include "client/ring_reader.h"
 #include "simulator/simulated_board.h"
 #include "simulator/simulated_camera.h"
 #include "tests/e2e/main_application.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "simulator/ring_reader.h"
+#include "client/ring_reader.h"
 
 namespace {
 

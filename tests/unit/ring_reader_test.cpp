@@ -1,5 +1,5 @@
 // The example reader of the video ring, against the receiver's writer.
-#include "simulator/ring_reader.h"
+#include "client/ring_reader.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include "video/frame_buffers.h"
@@ -126,6 +129,57 @@ TEST_F(RingReaderTest, ClearByAnotherProcessIsFollowed) {
     EXPECT_EQ(reader.missed(), 0U);
 }
 
+TEST_F(RingReaderTest, PartsThatAClearTookAreMissed) {
+    publish(5);
+    EXPECT_EQ(take(), numbers(0, 5));
+    publish(3);
+    request_clear();
+    publish(2);
+    EXPECT_EQ(take(), numbers(8, 10));
+    EXPECT_EQ(reader.missed(), 3U);
+}
+
+TEST_F(RingReaderTest, PartsOfMoreThanHalfTheNumbersAreMissed) {
+    publish(65000);
+    const std::size_t before = take().size();
+    ASSERT_GE(before, 190U);
+    publish(40000);
+    const std::vector<unsigned> taken = take();
+    EXPECT_GE(taken.size(), 190U);
+    EXPECT_EQ(taken.back(), 104999U);
+    EXPECT_GT(reader.missed(), 30000U);
+}
+
+// Each part is of one value, and a slot's is another one each time.
+TEST_F(RingReaderTest, WriterThatComesRoundDuringACopyIsNoticed) {
+    testing::internal::CaptureStderr();
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        std::vector<std::uint8_t> part(280000);
+        for (int i = 0; !done; ++i) {
+            memset(part.data(), 10 + i % 151, part.size());
+            frame_queue_part(part.data(), part.size());
+        }
+    });
+    std::size_t torn = 0;
+    std::size_t parts = 0;
+    EXPECT_TRUE(reader.open());
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (reader.missed() < 20000 && std::chrono::steady_clock::now() < end) {
+        reader.take([&](std::uint16_t, std::span<const std::uint8_t> part) {
+            ++parts;
+            torn += memcmp(part.data(), part.data() + 1, part.size() - 1) != 0 ? 1 : 0;
+            done = reader.missed() >= 20000 || std::chrono::steady_clock::now() >= end;
+        });
+    }
+    done = true;
+    writer.join();
+    testing::internal::GetCapturedStderr();
+    EXPECT_GT(reader.missed(), 0U);
+    EXPECT_GT(parts, 0U);
+    EXPECT_EQ(torn, 0U);
+}
+
 TEST_F(RingReaderTest, WriterThatStartsAgainIsFollowed) {
     publish(250);
     take();
@@ -138,6 +192,7 @@ TEST_F(RingReaderTest, WriterThatStartsAgainIsFollowed) {
     EXPECT_EQ(take(), numbers(252, 253));
     publish(4);
     EXPECT_EQ(take(), numbers(253, 257));
+    EXPECT_EQ(reader.missed(), 0U);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // The main application's view of the reports: the same datagrams as in the receiver's own tests.
-#include "simulator/telemetry_view.h"
+#include "client/telemetry_view.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -67,6 +67,14 @@ TEST(TelemetryView, ReadsEachFieldOfTheStatus) {
                     "gimbal_limit4=-124", "gimbal_limit3=30"));
 }
 
+TEST(TelemetryView, ReadsTheParametersAsHexDigits) {
+    TelemetryView view;
+    EXPECT_EQ(view.take(copy(kReportedParameters)), ReportKind::kParameters);
+    EXPECT_THAT(view.items(ReportKind::kParameters),
+                ElementsAre("parameters=0c0d0e0f101112131415161718191a1b1c1d1e1f2021222324252627"
+                            "28292a2b2c2d2e2f303132333435363738393a3b3c3d3e3f40"));
+}
+
 TEST(TelemetryView, FirstReportOfAKindChangesNothing) {
     TelemetryView view;
     view.take(text_report());
@@ -110,8 +118,9 @@ TEST(TelemetryView, CountsTheKinds) {
     EXPECT_EQ(view.count(ReportKind::kWrong), 0U);
 }
 
-TEST(TelemetryView, KnowsTheKeysOfBothReportsAndNoOthers) {
-    for (const char* key : {"camera_detected", "mf_max", "gimbal_unlocked", "gimbal_limit3"}) {
+TEST(TelemetryView, KnowsTheKeysOfAllReportsAndNoOthers) {
+    for (const char* key :
+         {"camera_detected", "mf_max", "gimbal_unlocked", "gimbal_limit3", "parameters"}) {
         EXPECT_TRUE(TelemetryView::knows(key)) << key;
     }
     for (const char* key : {"", "camera", "ISO", "reserved"}) {

@@ -1,4 +1,4 @@
-#include "simulator/telemetry_view.h"
+#include "client/telemetry_view.h"
 
 #include <algorithm>
 #include <iterator>
@@ -14,7 +14,9 @@ constexpr std::uint8_t kBinary = 6;
 constexpr std::size_t kStatusSize = 37;
 constexpr std::size_t kReservedStatusByte = 14;
 constexpr std::size_t kParametersSize = 66;
+constexpr std::size_t kParametersBegin = 2;
 constexpr std::size_t kParametersEnd = 55;  // zeros behind it
+constexpr char kParametersKey[] = "parameters";
 
 // clang-format off
 constexpr const char* kTextKeys[] = {
@@ -61,6 +63,9 @@ int number_at(Bytes bytes, std::size_t offset, Form form) {
 }
 
 std::string key_at(ReportKind kind, std::size_t index) {
+    if (kind == ReportKind::kParameters) {
+        return kParametersKey;
+    }
     return kind == ReportKind::kText ? kTextKeys[index] : kStatusItems[index].key;
 }
 
@@ -70,6 +75,8 @@ std::size_t key_count(ReportKind kind) {
             return std::size(kTextKeys);
         case ReportKind::kStatus:
             return std::size(kStatusItems);
+        case ReportKind::kParameters:
+            return 1;
         default:
             return 0;
     }
@@ -104,12 +111,27 @@ std::string read_status(Bytes datagram, Items* items) {
     return "";
 }
 
-std::string read_parameters(Bytes datagram) {
+std::string hex_text(Bytes bytes) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (const std::uint8_t byte : bytes) {
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 0x0F];
+    }
+    return text;
+}
+
+std::string read_parameters(Bytes datagram, Items* items) {
     if (datagram.size() != kParametersSize) {
         return "parameter block of " + std::to_string(datagram.size()) + " bytes";
     }
     const Bytes end = datagram.subspan(kParametersEnd);
-    return std::ranges::count(end, 0) == std::ssize(end) ? "" : "parameter block without its zeros";
+    if (std::ranges::count(end, 0) != std::ssize(end)) {
+        return "parameter block without its zeros";
+    }
+    items->emplace_back(kParametersKey, hex_text(datagram.subspan(
+                                            kParametersBegin, kParametersEnd - kParametersBegin)));
+    return "";
 }
 
 }  // namespace
@@ -121,7 +143,7 @@ ReportKind TelemetryView::read(Bytes datagram, std::vector<Item>* items) {
     }
     if (datagram.size() >= 2 && datagram[0] == kBinary && datagram[1] <= 1) {
         const bool status = datagram[1] == 0;
-        error_ = status ? read_status(datagram, items) : read_parameters(datagram);
+        error_ = status ? read_status(datagram, items) : read_parameters(datagram, items);
         return status ? ReportKind::kStatus : ReportKind::kParameters;
     }
     error_ = "datagram of no known type";
@@ -169,7 +191,8 @@ std::vector<std::string> TelemetryView::items(ReportKind kind) const {
 }
 
 bool TelemetryView::knows(const std::string& key) {
-    for (const ReportKind kind : {ReportKind::kText, ReportKind::kStatus}) {
+    for (const ReportKind kind :
+         {ReportKind::kText, ReportKind::kStatus, ReportKind::kParameters}) {
         for (std::size_t i = 0; i < key_count(kind); ++i) {
             if (key_at(kind, i) == key) {
                 return true;

@@ -1,4 +1,4 @@
-#include "simulator/ring_reader.h"
+#include "client/ring_reader.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 
 namespace {
@@ -43,6 +44,7 @@ bool RingReader::open(const std::string& name) {
         return true;
     }
     const int fd = shm_open(name.c_str(), O_RDONLY, 0);
+    forbidden_ = fd < 0 && errno == EACCES;
     if (fd < 0) {
         return false;
     }
@@ -57,7 +59,22 @@ bool RingReader::open(const std::string& name) {
         return false;
     }
     ring_ = static_cast<const std::uint8_t*>(map);
+    inode_ = status.st_ino;
     return true;
+}
+
+bool RingReader::replaced(const std::string& name) const {
+    if (ring_ == nullptr) {
+        return false;
+    }
+    const int fd = shm_open(name.c_str(), O_RDONLY, 0);
+    if (fd < 0) {
+        return true;
+    }
+    struct stat status {};
+    const bool other = fstat(fd, &status) != 0 || status.st_ino != inode_;
+    close(fd);
+    return other;
 }
 
 // All words that are looked at while the writer runs stand at even offsets.
@@ -88,9 +105,19 @@ bool RingReader::find_parts() {
         slot = slot_before(slot);
         sequence = earlier;
     }
+    count_missed_before(sequence);
     slot_ = slot;
     sequence_ = sequence;
     return true;
+}
+
+// The numbers go on behind a clear. A writer that begins again begins at 0.
+void RingReader::count_missed_before(std::uint16_t sequence) {
+    const auto gap = static_cast<std::uint16_t>(sequence - sequence_);
+    if (has_sequence_) {
+        missed_ += sequence == 0 || gap >= 0x8000 ? sequence : gap;
+    }
+    has_sequence_ = true;
 }
 
 void RingReader::take(const PartHandler& handler) {

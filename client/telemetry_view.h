@@ -35,7 +35,8 @@ class TelemetryView {
     const std::string& error() const { return error_; }
     unsigned count(ReportKind kind) const;
 
-    // nullopt for what has not been told yet. Numbers of the status record are decimal texts.
+    // nullopt for what has not been told yet. Numbers of the status record are decimal texts; the
+    // parameter block is one item, "parameters", its 53 bytes as hex digits.
     std::optional<std::string> value(const std::string& key) const;
     // "key=value" for each item that a report of that kind tells, in its order.
     std::vector<std::string> items(ReportKind kind) const;

@@ -124,6 +124,9 @@ bool play_session(const SessionLink& link, const SessionParts& parts) {
         if (performed) {
             continue;
         }
+        if (session.sending && session.camera.is_off()) {
+            session.end_link();
+        }
         if (session.work_done() && !session.without_work() && options.seconds <= 0) {
             // A receiver of this program's ends by itself, of the silence; another's is left alone.
             session.camera.link_ends();

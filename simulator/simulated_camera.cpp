@@ -130,6 +130,11 @@ CameraModel SimulatedCamera::model() const {
     return model_;
 }
 
+bool SimulatedCamera::is_off() const {
+    const std::lock_guard lock(model_mutex_);
+    return model_.power() == Power::kOff;
+}
+
 CommandCounts SimulatedCamera::counts() const {
     const std::lock_guard lock(model_mutex_);
     return commands_.counts();

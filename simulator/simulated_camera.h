@@ -50,6 +50,7 @@ class SimulatedCamera {
     // Until the value is this text; false when the time is up first.
     bool wait_for(const std::string& name, const std::string& text, Milliseconds timeout) const;
     CameraModel model() const;
+    bool is_off() const;
 
     CommandCounts counts() const;
     unsigned taken(const std::string& command) const;

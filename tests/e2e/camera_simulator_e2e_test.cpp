@@ -1,6 +1,8 @@
 // The camera simulator as a user starts it: what it does to the receiver's link, and what it
 // refuses.
 
+#include <fstream>
+
 #include "tests/e2e/e2e_support.h"
 
 namespace {
@@ -51,6 +53,17 @@ TEST_F(CameraSimulator, ReconnectBeforeAnyDataBringsTheLinkBack) {
     EXPECT_EQ(simulator->count("timeout"), 0) << simulator->output();
     EXPECT_TRUE(simulator->lines_without_delta().ends_with("signal 15 handler\n"))
         << simulator->output();
+}
+
+TEST_F(CameraSimulator, CameraThatIsSwitchedOffFallsSilentWithItsVideo) {
+    const std::string script = make_board().path("/script");
+    std::ofstream(script) << "2 set power off\n";
+    const std::string clip = CLIP_DIRECTORY "/1280x720-1.h264";
+    simulate({"--h264", clip, "--loop", "--script", script});
+    EXPECT_EQ(simulator->wait_exit(25s), 0) << simulator->output();
+    EXPECT_NE(simulator->standard_output().find("the receiver has ended with status 2\n"),
+              std::string::npos)
+        << simulator->standard_output();
 }
 
 struct Refusal {

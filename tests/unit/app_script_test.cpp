@@ -185,7 +185,7 @@ TEST_F(AppScriptRunTest, MissedExpectationEndsTheScript) {
 }
 
 TEST(AppScript, DemonstrationIsAScriptOfSomeFifteenSeconds) {
-    std::ifstream file(SOURCE_DIRECTORY "/simulator/demo-app.script");
+    std::ifstream file(SOURCE_DIRECTORY "/simulator/example-app.script");
     const auto steps = parse({std::istreambuf_iterator<char>(file), {}});
     ASSERT_FALSE(steps.empty());
     EXPECT_GT(steps.back().seconds, 10);

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The demonstration without its video: demo-script.sh RECEIVER SIMULATOR APPLICATION SCRIPT
+# The example of a script for the scripted main application: app-script.sh RECEIVER SIMULATOR APPLICATION SCRIPT
 # Succeeds when the scripted main application saw all that it expected, and the simulated camera refused none
 # of what it was sent.
 set -euo pipefail

@@ -1,0 +1,28 @@
+import { startControls } from './controls.js';
+import { byId } from './dom.js';
+import { startInstruments } from './instruments.js';
+import { startLines } from './lines.js';
+import { connect } from './link.js';
+import { startMovement } from './movement.js';
+import { startPicture } from './picture.js';
+import { startPicturePoints } from './picture_points.js';
+import { startPlots } from './plots.js';
+import { startPresence } from './presence.js';
+import { startRecordings } from './recordings.js';
+import { startShortcuts } from './shortcuts.js';
+import { takeSnapshot } from './snapshot.js';
+import { startStickPad } from './stick_pad.js';
+
+startPicture();
+startControls();
+startInstruments();
+startPlots();
+startPresence();
+startPicturePoints();
+startMovement();
+startStickPad();
+startShortcuts();
+startLines();
+startRecordings();
+byId('snapshot').addEventListener('click', takeSnapshot);
+connect();

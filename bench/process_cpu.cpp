@@ -1,16 +1,13 @@
 #include "process_cpu.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <optional>
 #include <random>
-#include <sstream>
 #include <thread>
 
+#include "cpu_time.h"
 #include "link_under_test.h"
 #include "simulator/camera_stream.h"
 #include "simulator/status_messages.h"
@@ -43,26 +40,6 @@ std::vector<Bytes> pictures() {
         }
     }
     return all;
-}
-
-// User and system time of the whole process so far.
-std::optional<double> cpu_seconds(pid_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    std::string line;
-    std::getline(file, line);
-    const std::size_t name_end = line.rfind(')');
-    if (name_end == std::string::npos) {
-        return std::nullopt;
-    }
-    std::istringstream fields(line.substr(name_end + 1));
-    std::string skipped;
-    for (int i = 0; i < 11; ++i) {  // state ... cmajflt
-        fields >> skipped;
-    }
-    double user = 0;
-    double system = 0;
-    fields >> user >> system;
-    return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 // CPU seconds that the program took for so many seconds of stream in real time.

@@ -17,7 +17,8 @@ while [ $# -gt 0 ]; do
 done
 [ "${#architectures[@]}" -gt 0 ] || architectures=(amd64 arm64 armhf)
 
-need_packages "${build_packages[@]}" "${package_packages[@]}"
+need_packages "${build_packages[@]}" "${monitor_packages[@]}" "${package_packages[@]}"
+need_npm
 own=$(dpkg --print-architecture)
 for architecture in "${architectures[@]}"; do
     [ "$architecture" != "$own" ] || continue
@@ -64,9 +65,13 @@ make_packages() {
     echo "Making the packages for $architecture in $folder"
     rm -rf "$folder"
     mkdir -p "$tree/build/sysroot"
-    cp -r CHANGELOG.md CMakeLists.txt CMakePresets.json README.md cmake debian docs man simulator src system "$tree"
+    cp -r CHANGELOG.md CMakeLists.txt CMakePresets.json README.md client cmake completions debian docs man monitor simulator src \
+        system tools "$tree"
     debian_changelog >"$tree/debian/changelog"
     find "$tree" -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
+    # What npm has fetched stays for the next time.
+    mkdir -p build/npm
+    ln -s "$PWD/build/npm" "$tree/build/npm"
     local options=(-us -uc -b -d)
     if [ "$architecture" != "$own" ]; then
         ln -s "$PWD/build/sysroot/$architecture" "$tree/build/sysroot/$architecture"
@@ -76,9 +81,9 @@ make_packages() {
         tail -n 40 "$folder/build.log" >&2
         return 1
     fi
-    # The program's, the tools', and the debugger's for each.
-    if [ "$(find "$folder" -maxdepth 1 -name '*.deb' | wc -l)" -ne 4 ]; then
-        echo "Not four packages for $architecture:" "$folder"/*.deb >&2
+    # The program's, the tools', the monitor's, and the debugger's for each.
+    if [ "$(find "$folder" -maxdepth 1 -name '*.deb' | wc -l)" -ne 6 ]; then
+        echo "Not six packages for $architecture:" "$folder"/*.deb >&2
         return 1
     fi
     [ "$2" != build/package ] || lintian --allow-root --fail-on error,warning "$folder"/*.changes

@@ -13,6 +13,8 @@ PATH=$PATH:/usr/sbin:/sbin
 
 # A list, not what our packages say: where they depend on something else, apt does not find it.
 dependencies=(libc6 libcjson1 libgcc-s1 libinih1 libstdc++6 libusb-1.0-0 kmod mount)
+# The monitor's are many; on an emulated board they would take longer than all else.
+[ -n "$board" ] || dependencies+=(libavcodec59 libavformat59 libavutil57 libcivetweb1 libcurl4 libmosquitto1)
 APT_CONFIG=$MMDEBSTRAP_APT_CONFIG apt-get -qq --yes --download-only --no-install-recommends \
     install "${dependencies[@]}" >/dev/null
 mkdir -p "$root/srv/packages"

@@ -16,7 +16,7 @@ alone=(unshare --mount --net --ipc --pid --fork)
     bsdtar -xpf build/install/amd64/root.tar -C "$1" --exclude "./dev/*"
     mkdir -p "$1/srv/story" "$1/dev/shm"
     cp -r tests/install/guest/*.sh build/clips/small.h264 "$1/srv/story"
-    cp build/packages/camera-usb-receiver{,-tools}_*_amd64.deb "$1/srv/story"
+    cp build/packages/camera-usb-receiver{,-tools,-monitor}_*_amd64.deb "$1/srv/story"
     mount -t proc proc "$1/proc"
     for device in null zero full random urandom; do
         : >"$1/dev/$device"

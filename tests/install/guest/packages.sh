@@ -32,12 +32,16 @@ AptInstallsThePackagesWithWhatTheyNeed() {
     not is_installed libcjson1
     not is_installed libinih1
     cd "$PACKAGES" || return
-    apt_get install ./camera-usb-receiver_*.deb ./camera-usb-receiver-tools_*.deb
-    is_installed camera-usb-receiver
-    is_installed camera-usb-receiver-tools
+    apt_get install ./camera-*.deb
+    # On a board the monitor's is not among them.
+    ours=$(echo camera-*.deb | sed 's/_[^ ]*//g')
+    for package in $ours; do
+        is_installed "$package"
+    done
     is_installed libcjson1
     is_installed libinih1
-    dpkg --verify camera-usb-receiver camera-usb-receiver-tools >"$notes/changed"
+    # shellcheck disable=SC2086  # names without blanks
+    dpkg --verify $ours >"$notes/changed"
     [ ! -s "$notes/changed" ]
 }
 
@@ -56,7 +60,8 @@ TheProgramsTellTheirOptions() {
 }
 
 PurgingLeavesNothingBehind() {
-    apt_get purge --autoremove camera-usb-receiver camera-usb-receiver-tools
+    # shellcheck disable=SC2046  # names without blanks
+    apt_get purge --autoremove $(dpkg-query --show --showformat='${Package} ' 'camera-usb-*')
     not dpkg-query --show 'camera-usb-*'
     inventory >"$notes/after"
     diff "$kept/before" "$notes/after"

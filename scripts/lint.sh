@@ -33,12 +33,12 @@ git grep -E '^#include "' -- 'src/*.cpp' 'src/*.h' |
 
 step "One definition of each name"
 cmake --preset odr -DRECEIVER_MONITOR_PAGE_BUILD=OFF >/dev/null
-cmake --build --preset odr
+cmake --build --preset odr -- --quiet
 
 # clang-tidy reports the second compiler's warnings as well; this shows that it makes the program, too.
 step "clang"
 cmake --preset clang -DRECEIVER_MONITOR_PAGE_BUILD=OFF >/dev/null
-cmake --build --preset clang --target camera-usb-receiver
+cmake --build --preset clang --target camera-usb-receiver -- --quiet
 
 step "clang-tidy, with clang's warnings"
 tidy_one() {

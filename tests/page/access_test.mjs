@@ -195,6 +195,24 @@ test('a phone shows all of it, without scrolling sideways', async () => {
     assert.equal(await phone.evaluate(() => document.documentElement.scrollWidth), narrow);
 });
 
+test('a phone that is scrolled still shows that it records, and its header is small', async () => {
+    await operate(phone, 'record', []);
+    await phone.locator('#headline-recording').getByText(/REC 00:00:\d\d/).waitFor();
+    const { bottom } = await phone.evaluate(() => {
+        document.querySelector('footer').scrollIntoView();
+        return document.querySelector('header').getBoundingClientRect();
+    });
+    assert.ok(bottom < 0, 'the header is scrolled away');
+    assert.ok(await phone.locator('#stage').evaluate((stage) => {
+        const { top, left } = stage.getBoundingClientRect();
+        return getComputedStyle(stage, '::after').content.includes('REC') && stage.contains(document.elementFromPoint(left + 20, top + 15));
+    }), 'the picture is not, and says so');
+    const height = await phone.locator('header').evaluate((header) => header.clientHeight);
+    assert.ok(height < 100, `${height} pixels`);
+    await operate(phone, 'record', []);
+    await eventually(async () => await phone.locator('#headline-recording').innerText() === '', 'it is said to have stopped');
+});
+
 test('on a phone every control can be brought to the finger, and is large enough for it', async () => {
     const small = await phone.evaluate((ids) => ids.flatMap((id) => {
         const row = document.querySelector(`[data-control=${id}]`);

@@ -11,13 +11,13 @@ export function startPresence() {
         for (const link of links) {
             // A monitor that does not answer tells nothing of the others.
             const said = link === 'monitor' || there ? text(state, link) || 'waiting' : 'unknown';
-            const pill = byId(`link-${link}`);
-            pill.dataset.state = said;
-            setText(pill, `${link} ${said}`);
+            byId(`link-${link}`).dataset.state = said;
+            setText(byId(`said-${link}`), said);
         }
         const live = there && text(state, 'camera') === 'present';
         document.body.classList.toggle('stale', !live);
         const isRecording = live && recording(state) === 'recording';
+        document.body.classList.toggle('recording', isRecording);
         setText(byId('headline-model'), text(state, 'camera_model') || 'No camera yet');
         setText(byId('headline-battery'), !isDetected(state) ? '' : `Battery ${text(state, 'battery_level')} %`);
         byId('headline-battery').classList.toggle('low', isDetected(state) && number(state, 'battery_level') <= 20);

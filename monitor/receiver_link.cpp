@@ -35,6 +35,13 @@ bool is_unreachable(unsigned error) {
            error == EHOSTDOWN;
 }
 
+// What came back for a datagram before; asked once, it is forgotten.
+int take_error(int socket) {
+    int error = 0;
+    socklen_t length = sizeof error;
+    return getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &length) == 0 ? error : errno;
+}
+
 }  // namespace
 
 ReceiverLink::ReceiverLink(TelemetryStore& store, ReceiverLinkOptions options)
@@ -80,12 +87,22 @@ void ReceiverLink::stop() {
     }
 }
 
+// The system tells of a datagram that did not arrive when the next one is sent, which it then does
+// not send: that one may be meant for a receiver that has come since. On one machine it knows of
+// each at once.
 bool ReceiverLink::send(std::span<const std::uint8_t> datagram) {
     const std::lock_guard lock(destination_mutex_);
     // A datagram of no bytes would end the receiver.
-    return destination_ && !datagram.empty() &&
-           sendto(fd_, datagram.data(), datagram.size(), MSG_NOSIGNAL, generic(*destination_),
-                  sizeof *destination_) == static_cast<ssize_t>(datagram.size());
+    if (!destination_ || datagram.empty()) {
+        return false;
+    }
+    take_error(fd_);
+    if (sendto(fd_, datagram.data(), datagram.size(), MSG_NOSIGNAL, generic(*destination_),
+               sizeof *destination_) != static_cast<ssize_t>(datagram.size())) {
+        return false;
+    }
+    errno = take_error(fd_);
+    return errno == 0;
 }
 
 void ReceiverLink::saw_picture() {

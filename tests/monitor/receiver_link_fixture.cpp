@@ -9,9 +9,10 @@
 
 using namespace std::chrono_literals;
 
-FakeReceiver::FakeReceiver(const std::string& address)
+FakeReceiver::FakeReceiver(const std::string& address, std::uint16_t port)
     : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     address_.sin_family = AF_INET;
+    address_.sin_port = htons(port);
     inet_pton(AF_INET, address.c_str(), &address_.sin_addr);
     EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr*>(&address_), sizeof address_), 0);
     socklen_t length = sizeof address_;

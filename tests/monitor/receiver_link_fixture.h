@@ -21,8 +21,8 @@ constexpr std::uint16_t kTelemetryPort = 5000;
 // Sends reports and gets commands, as the receiver does, at a port of its own.
 class FakeReceiver {
   public:
-    // At another address it is like one of another machine.
-    explicit FakeReceiver(const std::string& address = "127.0.0.1");
+    // At another address it is like one of another machine. Port 0: any that is free.
+    explicit FakeReceiver(const std::string& address = "127.0.0.1", std::uint16_t port = 0);
     ~FakeReceiver();
     FakeReceiver(const FakeReceiver&) = delete;
     FakeReceiver& operator=(const FakeReceiver&) = delete;

@@ -168,19 +168,36 @@ TEST_F(ReceiverLinkTest, ReceiverThatNoWayLeadsToIsLostAndCostsNothing) {
     EXPECT_TRUE(becomes({"present", "present"}));
 }
 
-// The first of two datagrams meets a closed port, and the second one is told of it.
 TEST_F(ReceiverLinkTest, ErrorThatACommandIsToldOfDoesNotStay) {
     receiver->report(report_of("example"));
     ASSERT_TRUE(becomes({"present", "present"}));
     receiver.reset();
     int told = 0;
     for (int i = 0; i < 100; ++i) {
-        link.send(Datagram{0x00});
         told += link.send(Datagram{0x00}) ? 0 : 1;
         usleep(1000);
     }
     EXPECT_GT(told, 0);
     EXPECT_LT(share_of_processor(), kLittle);
+}
+
+TEST_F(ReceiverLinkTest, CommandIsNotRefusedForADatagramToTheReceiverBefore) {
+    const std::uint16_t port = ntohs(receiver->address().sin_port);
+    const Datagram command = {'!', '{', '}'};
+    TelemetryStore other_store;
+    ReceiverLink to_port(other_store, {kTelemetryPort + 1, "127.0.0.1", port});
+    ASSERT_TRUE(to_port.start());
+    for (int i = 0; i < 20; ++i) {
+        receiver.reset();
+        to_port.send(Datagram{0x00});
+        receiver = std::make_unique<FakeReceiver>("127.0.0.1", port);
+        EXPECT_TRUE(to_port.send(command));
+        Datagram arrived = receiver->receive();
+        while (arrived == Datagram{0x00}) {
+            arrived = receiver->receive();
+        }
+        EXPECT_EQ(arrived, command);
+    }
 }
 
 TEST_F(ReceiverLinkTest, ReceiverOfAnotherMachineIsHeardAndCommandedThere) {

@@ -8,11 +8,16 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+
 #include "tests/faults/fault_injection.h"
 
 thread_local int fault_depth;
 
 namespace {
+
+constexpr useconds_t kInterruptedAfterUs = 1000;
 
 FaultRecord* record;
 
@@ -169,9 +174,17 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept {
     return result;
 }
 
+// A signal comes while a thread sleeps. If none of them ever slept, one that prints or locks
+// without a pause could keep the others from it for as long as the camera may be silent.
 int usleep(useconds_t time) {
     static const auto next = real_function<int (*)(useconds_t)>("usleep");
-    return injected_call(kSleep, -1, [=] { return next(time); });
+    const int result = injected_call(kSleep, -1, [=] { return next(time); });
+    if (result != 0) {
+        const int error = errno;
+        next(std::min(time, kInterruptedAfterUs));
+        errno = error;
+    }
+    return result;
 }
 
 }  // extern "C"

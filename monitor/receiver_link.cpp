@@ -88,17 +88,20 @@ void ReceiverLink::stop() {
 }
 
 // The system tells of a datagram that did not arrive when the next one is sent, which it then does
-// not send: that one may be meant for a receiver that has come since. On one machine it knows of
-// each at once.
+// not send: that one may be meant for a receiver that has come since, and is sent again. On one
+// machine the system knows of each at once.
 bool ReceiverLink::send(std::span<const std::uint8_t> datagram) {
-    const std::lock_guard lock(destination_mutex_);
+    const std::lock_guard lock(sending_mutex_);
     // A datagram of no bytes would end the receiver.
     if (!destination_ || datagram.empty()) {
         return false;
     }
-    take_error(fd_);
-    if (sendto(fd_, datagram.data(), datagram.size(), MSG_NOSIGNAL, generic(*destination_),
-               sizeof *destination_) != static_cast<ssize_t>(datagram.size())) {
+    const auto send_once = [&] {
+        take_error(fd_);
+        return sendto(fd_, datagram.data(), datagram.size(), MSG_NOSIGNAL, generic(*destination_),
+                      sizeof *destination_) == static_cast<ssize_t>(datagram.size());
+    };
+    if (!send_once() && !(is_unreachable(static_cast<unsigned>(errno)) && send_once())) {
         return false;
     }
     errno = take_error(fd_);
@@ -153,7 +156,7 @@ void ReceiverLink::receive() {
             continue;
         }
         if (options_.receiver_port == 0) {
-            const std::lock_guard lock(destination_mutex_);
+            const std::lock_guard lock(sending_mutex_);
             destination_ = from;
         }
         last_report_ = Clock::now();
@@ -162,8 +165,9 @@ void ReceiverLink::receive() {
 }
 
 // Errors wait in a queue of their own, and poll() returns at once until it is empty: also where
-// send() was told of them.
+// send() was told of them. With one taken from it the next one is told to send(), too.
 void ReceiverLink::take_errors() {
+    const std::lock_guard lock(sending_mutex_);
     for (int i = 0; i < kDatagramsATurn; ++i) {
         alignas(cmsghdr) std::array<char, 256> details{};
         msghdr message{};

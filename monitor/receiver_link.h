@@ -64,7 +64,7 @@ class ReceiverLink {
 
     std::atomic<Clock::time_point> last_picture_{};  // of the present receiver
 
-    std::mutex destination_mutex_;
+    std::mutex sending_mutex_;  // what came back for a datagram is taken for the right one
     std::optional<sockaddr_in> destination_;
 
     // The thread's own.

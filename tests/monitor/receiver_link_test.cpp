@@ -191,12 +191,12 @@ TEST_F(ReceiverLinkTest, CommandIsNotRefusedForADatagramToTheReceiverBefore) {
         receiver.reset();
         to_port.send(Datagram{0x00});
         receiver = std::make_unique<FakeReceiver>("127.0.0.1", port);
-        EXPECT_TRUE(to_port.send(command));
+        ASSERT_TRUE(to_port.send(command));
         Datagram arrived = receiver->receive();
-        while (arrived == Datagram{0x00}) {
+        for (int more = 0; more < 3 && arrived == Datagram{0x00}; ++more) {
             arrived = receiver->receive();
         }
-        EXPECT_EQ(arrived, command);
+        ASSERT_EQ(arrived, command);
     }
 }
 

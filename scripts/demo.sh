@@ -117,7 +117,7 @@ if [ -z "$seconds" ]; then
     while :; do
         (play --loop) &
         camera=$!
-        wait "$camera" || true
+        wait "$camera" || true # also a camera that failed is started anew
         sleep 2
     done
 fi

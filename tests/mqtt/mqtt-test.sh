@@ -10,6 +10,7 @@ home=$(mktemp -d)
 broker='' watcher=''
 finish() {
     local pid
+    # A test that passed has ended them.
     for pid in $broker $watcher; do
         kill -9 "$pid" 2>/dev/null || true
     done
@@ -34,7 +35,7 @@ start_broker() {
 }
 stop_broker() {
     kill "$broker"
-    wait "$broker" || true
+    wait "$broker" || true # however it ends
     broker=
 }
 start_monitor() {
@@ -42,7 +43,7 @@ start_monitor() {
     watcher=$!
     until_true 10 curl -sf -o "$home/state" http://127.0.0.1:8080/api/state
 }
-# The retained message of a topic.
+# The retained message of a topic; nothing where there is none, or no broker.
 retained() {
     mosquitto_sub -h 127.0.0.1 -t "$1" -C 1 -W 2 "${credentials[@]}" 2>/dev/null || true
 }

@@ -15,6 +15,7 @@ cd "$home"
 started=()
 finish() {
     local pid
+    # Some have ended by themselves.
     for pid in "${started[@]}"; do
         kill "$pid" 2>/dev/null || true
     done
@@ -58,6 +59,8 @@ far_end() {
     started+=($!)
     far=$!
 }
+# What arrived is what counts: its sender is ended in the middle, and the far end says of that what it likes.
+await_far_end() { wait "$far" || true; }
 listens() { ss -ltnu | grep -q ":$1 "; }
 
 # recipe NAME FILES [SED-COMMAND]: until a clip's bytes are in the files that it makes; it says nothing.
@@ -75,7 +78,7 @@ recipe() {
     until [ "$(cat $2 2>/dev/null | wc -c)" -ge "$(stat -c %s "$clip")" ] || ! kill -0 "$running" 2>/dev/null; do
         sleep 0.2
     done
-    # Its time is up.
+    # Its time is up. Where it has ended by itself its status tells.
     kill -ALRM "$running" || true
     wait "$running" || status=$?
     cat said
@@ -108,7 +111,8 @@ plays() {
     timeout -s INT 40 bash -c "$1" </dev/null >said 2>&1 &
     local running=$! status=0
     until_true 30 clock_runs || status=1
-    kill -ALRM "$running" || true # its time is up
+    # Its time is up, and its status that of the signal; whether it played is in what it said.
+    kill -ALRM "$running" || true
     wait "$running" || true
     tr '\r' '\n' <said | tail -n 5
     grep -q 'Stream #0:0: Video: h264 (Main), yuv420p(progressive), 1280x720' said
@@ -167,7 +171,7 @@ RtmpServerGetsThePictures() {
     until_true 10 listens 1935
     video_comes
     recipe rtmp arrived.h264
-    wait "$far" || true
+    await_far_end
     same_pictures arrived.h264
     times_are_right arrived.ts
 }
@@ -178,7 +182,7 @@ RtspServerGetsThePictures() {
     until_true 10 listens 8554
     video_comes
     recipe rtsp arrived.h264
-    wait "$far" || true
+    await_far_end
     same_pictures arrived.h264
     times_are_right arrived.ts
 }
@@ -189,7 +193,7 @@ SrtServerGetsThePictures() {
     until_true 10 listens 8890
     video_comes
     recipe srt arrived.h264
-    wait "$far" || true
+    await_far_end
     same_pictures arrived.h264
     times_are_right arrived.ts
 }
@@ -210,7 +214,7 @@ GstreamerSendsThePictures() {
     far_end -i 'udp://127.0.0.1:5600?timeout=6000000'
     until_true 10 listens 5600
     recipe gstreamer arrived.h264
-    wait "$far" || true
+    await_far_end
     same_pictures arrived.h264
     times_are_right arrived.ts
 }
@@ -235,14 +239,14 @@ TokenIsTakenByTheOthersToo() {
     recipe hls 'hls/*.ts' "s|-i http|$form -i http|"
     ffmpeg -nostdin -v fatal -i hls/live.m3u8 -c copy -f h264 arrived.h264
     same_pictures arrived.h264
-    # shellcheck disable=SC2016
+    # shellcheck disable=SC2016  # the page's own marks
     form=$(tr '\n' ' ' <"$page" | grep -o "\`'extra-headers=[^\`]*\`" | tr -d '`' |
         sed 's/TOKEN/0123456789abcdef/; s/\\/\\\\/g')
     far_end -i 'udp://127.0.0.1:5600?timeout=6000000'
     until_true 10 listens 5600
     rm arrived.h264
     recipe gstreamer arrived.h264 "s|souphttpsrc |&$form |"
-    wait "$far" || true
+    await_far_end
     same_pictures arrived.h264
 }
 
@@ -256,7 +260,7 @@ RecipeOutlivesTheReceiver() {
     local running=$!
     sleep 3
     kill "${started[0]}"
-    wait "${started[0]}" || true
+    wait "${started[0]}" || true # however it ends
     local before
     before=$(stat -c %s camera.h264)
     [ "$before" -gt 10000 ]
@@ -264,7 +268,7 @@ RecipeOutlivesTheReceiver() {
     until_true 15 bash -c "[ \$(stat -c %s camera.h264) -gt $((before + 10000)) ]"
     kill -0 "$running"
     kill "$running"
-    wait "$running" || true
+    wait "$running" || true # however it ends
 }
 
 # begun_early NAME SECONDS: the recipe is there for a while before camera and receiver are, and delivers when they come.
@@ -286,7 +290,7 @@ RecipeThatIsBegunBeforeTheCameraDeliversWhenItComes() {
     far_end -listen 1 -i rtmp://127.0.0.1:1935/live/camera
     until_true 10 listens 1935
     begun_early rtmp 4
-    wait "$far" || true
+    await_far_end
     same_pictures arrived.h264
     times_are_right arrived.ts
 }
@@ -295,7 +299,7 @@ GstreamerThatIsBegunBeforeTheCameraDeliversWhenItComes() {
     far_end -i 'udp://127.0.0.1:5600?timeout=16000000'
     until_true 10 listens 5600
     begun_early gstreamer 4
-    wait "$far" || true
+    await_far_end
     same_pictures arrived.h264
     times_are_right arrived.ts
 }
@@ -327,6 +331,7 @@ BrokerHasTheTelemetry() {
     bash -c "exec $(block "shell: mqtt")" >monitor.log 2>&1 &
     started+=($!)
     until_true 30 state_has '"camera":"present"'
+    # It would listen for ever, so the time-out's status is the right one.
     bash -c "timeout 3 $(block "shell: subscribe")" >told || true
     cat told
     grep -qx 'stage/camera/presence online' told

@@ -66,6 +66,7 @@ EachMarkIsOnThePage() {
 }
 
 both_are_captured() {
+    # Nobody listens there; the next one may be told so, and is captured all the same.
     printf '\x06\x00\x01\x84\x03\x6A\xFF\x0C\x00' >/dev/udp/127.0.0.1/5000 || true
     printf '\x55\x0E\x04\x66\x02\x01\xDE\x2F\x40\x02\x02\x01\x04\x32' >/dev/udp/127.0.0.1/6000 || true
     # The end of the file may be half a packet.
@@ -83,7 +84,7 @@ ReportsAreCapturedAsThePageSays() {
     until_true 20 both_are_captured
     capturing=$(pgrep -P "$capture" dumpcap || echo "$capture")
     kill -INT "$capturing"
-    wait "$capture" || true
+    wait "$capture" || true # what it says of its end is not the page's
     cat captured
     run_block read | tee shown
     grep -q 'status record: yaw 900, pitch -150, roll 12' shown

@@ -69,7 +69,7 @@ TheMonitorShowsTheInstalledReceiversCamera() {
     kill "$monitor"
     wait "$monitor"
     kill "$simulator"
-    wait "$simulator" || true
+    wait "$simulator" || true # however it ends
 }
 # By pictures and, which is another road, by reports: before the first of those no command is taken.
 camera_is_shown() {
